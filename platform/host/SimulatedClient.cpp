@@ -1,0 +1,261 @@
+#include "SimulatedClient.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "Clock.h"
+#include "Faults.h"
+#include "Journal.h"
+#include "SmallThread.h"
+#include "TextFormat.h"
+
+namespace hostplatform {
+
+namespace {
+
+constexpr int kRefused = -1;
+
+class Producer : public android::IGraphicBufferProducer {};
+
+void journalCall(const std::string& call, int status) {
+    Journal::instance().add("session", call + format(" -> %d", status));
+}
+
+}  // namespace
+
+SimulatedClient::SimulatedClient(int number, WfdEventCallback eventCallback,
+                                 WfdUibcCallback uibcCallback)
+    : mNumber(number), mEventCallback(eventCallback), mUibcCallback(uibcCallback) {}
+
+int SimulatedClient::create(const WfdDevice& local, const WfdDevice& peer, int sessionId,
+                            const PeerSettings& settings) {
+    const bool isSource = local.deviceType == 0;
+    const std::string call =
+        format("createWfdSession as %s%s, local \"%s\", peer \"%s\" port %d%s",
+               isSource ? "source" : "sink", local.r2 != 0 ? " (R2)" : "", local.ipAddress,
+               peer.ipAddress, peer.rtspPort, peer.r2 != 0 ? " (R2)" : "");
+
+    const std::lock_guard lock(mMutex);
+    int status = faultStatus(Fault::SessionCreation);
+    if (status == 0 && mSession && mSession->active) status = kRefused;
+    journalCall(call, status);
+    if (status != 0) return status;
+
+    mStopping = false;
+    mSession.emplace();
+    mSession->client = mNumber;
+    mSession->id = sessionId;
+    mSession->active = true;
+    mSession->local = local;
+    mSession->peer = peer;
+
+    std::chrono::milliseconds delay{0};
+    switch (settings.peer) {
+        case Peer::Silent:
+            return 0;
+        case Peer::Refuses:
+            enqueue({"Error", {"RTSPCloseCallback"}, "", {}});
+            enqueueState("STOPPED");
+            mStopping = true;
+            return 0;
+        case Peer::Late:
+            delay = settings.delay;
+            break;
+        case Peer::Answers:
+            break;
+    }
+    if (!isSource) enqueueState("NEGOTIATING", delay);
+    enqueueState("NEGOTIATED", isSource ? delay : std::chrono::milliseconds{0});
+    enqueueState("ESTABLISHED");
+    if (isSource) {
+        mSession->producer = new Producer;
+        // The producer's address goes as a number, in this process.
+        const auto address = reinterpret_cast<uintptr_t>(mSession->producer.get());
+        enqueue(
+            {"MMEvent",
+             {"MMStreamStarted", std::to_string(settings.width), std::to_string(settings.height),
+              settings.secure ? "1" : "0", std::to_string(address)},
+             "",
+             {}});
+        enqueue({"AudioEvent", {"AudioProxyOpened"}, "", {}});
+    }
+    enqueue({"StreamControlCompleted", {std::to_string(sessionId), "PLAY"}, "PLAY", {}});
+    return 0;
+}
+
+template <typename Effect>
+int SimulatedClient::control(const std::string& call, std::optional<int> sessionId, Effect effect) {
+    const std::lock_guard lock(mMutex);
+    int status = faultStatus(Fault::SessionControl);
+    const bool running = mSession && mSession->active && !mStopping;
+    if (status == 0 && (!running || (sessionId && *sessionId != mSession->id))) status = kRefused;
+    // Before the effect, so that the call stands before the reports that it leads to.
+    journalCall(sessionId ? call + format(" id %d", *sessionId) : call, status);
+    if (status == 0) effect(*mSession);
+    return status;
+}
+
+int SimulatedClient::stop(int sessionId) {
+    return control("stopWfdSession", sessionId, [this](SessionState&) {
+        enqueueState("STOPPED");
+        mStopping = true;
+    });
+}
+
+int SimulatedClient::teardown(int sessionId, bool flag) {
+    return control(format("teardown_rtsp flag %d", flag), sessionId, [this](const SessionState& s) {
+        enqueue({"StreamControlCompleted", {std::to_string(s.id), "TEARDOWN"}, "TEARDOWN", {}});
+        enqueueState("STOPPED");
+        mStopping = true;
+    });
+}
+
+int SimulatedClient::streamControl(const std::string& call, int sessionId, const char* method) {
+    return control(call, sessionId, [&](const SessionState& s) {
+        enqueue({"StreamControlCompleted", {std::to_string(s.id), method}, method, {}});
+    });
+}
+
+int SimulatedClient::pause(int sessionId, bool flag) {
+    return streamControl(format("pause_rtsp flag %d", flag), sessionId, "PAUSE");
+}
+
+int SimulatedClient::play(int sessionId, bool flag) {
+    return streamControl(format("play_rtsp flag %d", flag), sessionId, "PLAY");
+}
+
+int SimulatedClient::standby(int sessionId) {
+    return control("standby_rtsp", sessionId,
+                   [this](const SessionState&) { enqueueState("STANDBY"); });
+}
+
+int SimulatedClient::changeFormat(int codec, int profile, const std::string& rest) {
+    return control(
+        format("sendAvFormatChange codec %d profile %d %s", codec, profile, rest.c_str()),
+        std::nullopt, [&](SessionState& s) {
+            s.codec = codec;
+            s.profile = profile;
+        });
+}
+
+int SimulatedClient::negotiateTransport(int transport, int arg2, int arg3) {
+    return control(format("negotiateRtpTransport %d (%s) %d %d", transport,
+                          transport == 1 ? "TCP" : "UDP", arg2, arg3),
+                   std::nullopt, [&](SessionState& s) { s.transport = transport; });
+}
+
+int SimulatedClient::runCommand(int command) {
+    return control(format("executeRuntimeCommand %d", command), std::nullopt,
+                   [&](SessionState& s) { s.runtimeCommands.push_back(command); });
+}
+
+int SimulatedClient::requestIdr() {
+    return control("sendIDRRequest", std::nullopt, [](SessionState& s) { ++s.idrRequests; });
+}
+
+int SimulatedClient::startUibc() {
+    return control("startUIBC", std::nullopt, [](SessionState& s) { s.uibcStarted = true; });
+}
+
+int SimulatedClient::enableUibc(int sessionId) {
+    return control("enableUIBC", sessionId, [this](SessionState& s) {
+        s.uibcEnabled = true;
+        enqueue({"UIBCControlCompleted", {"ENABLED"}, "", {}});
+    });
+}
+
+int SimulatedClient::setSurface(android::Surface* surface) {
+    const std::string call = surface == nullptr
+                                 ? "setSurface null"
+                                 : format("setSurface of layer %d", surface->layerId());
+    android::sp<android::Surface> held = surface;
+    return control(call, std::nullopt, [&](SessionState& s) { std::swap(s.surface, held); });
+}
+
+std::optional<SessionState> SimulatedClient::session() const {
+    const std::lock_guard lock(mMutex);
+    return mSession;
+}
+
+bool SimulatedClient::uibcStarted() const {
+    const std::lock_guard lock(mMutex);
+    return mSession && mSession->active && mSession->uibcStarted;
+}
+
+bool SimulatedClient::deliverInput(WFD_uibc_event_t event) {
+    return mUibcCallback != nullptr && mUibcCallback(&event, nullptr, nullptr, nullptr);
+}
+
+void SimulatedClient::report(const std::string& name, const std::vector<std::string>& objects) {
+    const std::lock_guard lock(mMutex);
+    enqueue({name, objects, "", {}});
+}
+
+bool SimulatedClient::waitReported(std::chrono::steady_clock::time_point deadline) {
+    std::unique_lock lock(mMutex);
+    return mChanged.wait_until(lock, deadline, [this] { return !mReporting; });
+}
+
+void SimulatedClient::close() {
+    const std::lock_guard lock(mMutex);
+    mClosed = true;
+    mPending.clear();
+    mChanged.notify_all();
+}
+
+void SimulatedClient::enqueue(Report report) {
+    if (mClosed) return;
+    mPending.push_back(std::move(report));
+    if (mReporting) return;
+    mReporting = startSmallThread([this] { deliverPending(); }) == 0;
+    if (!mReporting) Journal::instance().add("session", "no thread to report on");
+}
+
+void SimulatedClient::enqueueState(const char* state, std::chrono::milliseconds delay) {
+    std::vector<std::string> objects{state, mSession->peer.ipAddress};
+    objects.push_back(std::to_string(mSession->id));
+    enqueue({"SessionState", std::move(objects), state, delay});
+}
+
+void SimulatedClient::deliverPending() {
+    std::unique_lock lock(mMutex);
+    while (!mPending.empty()) {
+        const Report report = std::move(mPending.front());
+        mPending.pop_front();
+        if (report.delay.count() > 0) {
+            mChanged.wait_for(lock, realDuration(report.delay), [this] { return mClosed; });
+        }
+        if (mClosed) break;
+        const bool last = report.state == "STOPPED";
+        if (!report.state.empty()) mSession->state = report.state;
+        if (last) mSession->active = false;
+        lock.unlock();
+        deliver(report);
+        lock.lock();
+        if (last && !mSession->active) {  // not when the callback has begun another session
+            mSession->surface.clear();
+            mSession->producer.clear();
+        }
+    }
+    mReporting = false;
+    mChanged.notify_all();
+}
+
+void SimulatedClient::deliver(const Report& report) const {
+    std::string text = report.name;
+    const size_t count = report.objects.size();
+    std::vector<std::array<char, 256>> objects(count);
+    for (size_t i = 0; i < count; ++i) {
+        text += (i == 0 ? ": " : ", ") + report.objects[i];
+        // At most 255 characters, and the end that the zeroed array already has.
+        memcpy(objects[i].data(), report.objects[i].data(),
+               std::min(report.objects[i].size(), objects[i].size() - 1));
+    }
+    Journal::instance().add("report", text);
+    if (mEventCallback == nullptr) return;
+    mEventCallback(report.name.c_str(), static_cast<int>(count),
+                   reinterpret_cast<char(*)[256]>(objects.data()), nullptr);
+}
+
+}  // namespace hostplatform

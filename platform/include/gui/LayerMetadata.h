@@ -1,0 +1,7 @@
+#pragma once
+
+namespace android {
+
+struct LayerMetadata {};
+
+}  // namespace android
