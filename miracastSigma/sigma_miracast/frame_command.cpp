@@ -1,0 +1,83 @@
+// dev_send_frame: RTSP requests of the running session.
+#include <cstdio>
+
+#include "miracast_sigma.h"
+#include "parameter.h"
+#include "sigma_log.h"
+
+namespace {
+
+using Text = Parameter<32>;
+
+constexpr int kNotRtsp = 0;
+constexpr int kRequested = 1;
+constexpr int kNothingToDo = 2;
+constexpr int kNoSession = -1;
+
+constexpr int kUdp = 0;
+constexpr int kTcp = 1;
+
+int sendSetParameter(const char* command, int sessionId) {
+    Text action(command, "SetParameter");
+    const Text transport(command, "TransportType");
+    if (action.empty() && transport.empty()) return kNothingToDo;
+    if (action.is("Standby")) {
+        standbyRtsp(sessionId);
+        return kRequested;
+    }
+    if (action.is("CapReNego")) {
+        action.read(command, "CapReNegotiateCodecProfile");
+        if (action.empty()) action.read(command, "CapReNegotiateProfile");
+        if (setParameter(sessionId, 0, action.text()) != 0) {
+            printf("Failed set param \n");
+            return kNothingToDo;
+        }
+    }
+    if (transport.is("tcp")) {
+        transportswitch(sessionId, kTcp);
+        printf("requested tcp switch\n");
+    } else if (transport.is("udp")) {
+        transportswitch(sessionId, kUdp);
+        printf("requested udp switch\n");
+    }
+    return kRequested;
+}
+
+}  // namespace
+
+int dev_send_frame(const char* command) {
+    SIGMA_LOG("vestor: Received Dev Send Frame %s", command);
+    const Text frameName(command, "framename");
+    // The session meant is always the current one; these are looked up for the log's sake.
+    const Text source(command, "source");
+    const Text destination(command, "destination");
+    const Text deviceType(command, "DevType");
+    const Text type(command, "RtspMsgType");
+    const Text sessionText(command, "WfdSessionID");
+    if (!frameName.is("RTSP")) return kNotRtsp;
+
+    // Read once: all that follows is for this session, whatever the session client reports
+    // meanwhile.
+    const int sessionId = g_wfd_session_id;
+    if (sessionId == 0) {
+        printf("Obtained Session ID: %d \n", sessionId);
+        printf("No session in Progress\n");
+        return kNoSession;
+    }
+    printf("WFD ID = %d Command Name = %s\n", sessionId, type.text());
+
+    if (type.is("PAUSE") || type.is("TRIGGER-PAUSE")) {
+        pauseRtsp(sessionId);
+    } else if (type.is("PLAY") || type.is("TRIGGER-PLAY")) {
+        playRtsp(sessionId);
+    } else if (type.is("TEARDOWN") || type.is("TRIGGER-TEARDOWN")) {
+        teardownRtsp(sessionId, 1);
+    } else if (type.is("SET_PARAMETER")) {
+        return sendSetParameter(command, sessionId);
+    } else if (type.is("SETUP")) {
+        transportswitch(sessionId, kTcp);
+    } else {
+        return kNothingToDo;
+    }
+    return kRequested;
+}

@@ -1,0 +1,208 @@
+#include "session_events.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string_view>
+
+#include "osal/osal.h"
+#include "session_id_text.h"
+#include "sigma_log.h"
+#include "sink_surface.h"
+#include "uibc.h"
+#include "virtual_display.h"
+#include "wfd/WiFiDisplayClient.h"
+
+namespace {
+
+constexpr int kRouteBack = 0;
+constexpr int kRouteToProxy = 1;
+constexpr int kStopSession = 2;         // code of a CleanupRequest
+constexpr int kVirtualDisplayMade = 3;  // runtime command that follows the virtual display
+constexpr size_t kObjectSize = 256;
+
+// The texts of one report. A text that was not sent reads as empty.
+class Objects {
+ public:
+    Objects(int count, const char (*objects)[kObjectSize])
+        : mCount(objects == nullptr ? 0 : count), mObjects(objects) {}
+
+    int sent() const { return mCount; }
+    std::string_view operator[](int index) const {
+        if (index >= mCount) return {};
+        return {mObjects[index], strnlen(mObjects[index], kObjectSize)};
+    }
+
+ private:
+    const int mCount;
+    const char (*const mObjects)[kObjectSize];
+};
+
+// Converts a text with one of strtol's family. False, logged, for an invalid or a too large number;
+// *value is what the conversion gave in any case.
+template <typename Number>
+bool parseDecimal(std::string_view text, Number (*convert)(const char*, char**, int),
+                  Number* value) {
+    char terminated[kObjectSize + 1];
+    memcpy(terminated, text.data(), text.size());
+    terminated[text.size()] = '\0';
+    char* end = nullptr;
+    errno = 0;
+    *value = convert(terminated, &end, 10);
+    if (end == terminated) errno = EINVAL;  // the device's C library says so itself, others do not
+    if (errno != EINVAL && errno != ERANGE) return true;
+    SIGMA_LOG("Conversion failed with error %d", errno);
+    return false;
+}
+
+template <typename Argument, void* (*Body)(void*)>
+void* ownArgument(void* argument) {
+    const std::unique_ptr<Argument> owned(static_cast<Argument*>(argument));
+    return Body(owned.get());
+}
+
+// Runs Body on a detached thread with a copy of `argument` of its own.
+template <void* (*Body)(void*), typename Argument>
+void startWorker(Argument argument) {
+    std::unique_ptr<Argument> copy(new (std::nothrow) Argument(argument));
+    int error = ENOMEM;
+    if (copy != nullptr) {
+        pthread_attr_t attributes;
+        pthread_attr_init(&attributes);
+        pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+        pthread_t thread{};
+        error = pthread_create(&thread, &attributes, ownArgument<Argument, Body>, copy.get());
+        pthread_attr_destroy(&attributes);
+    }
+    if (error == 0) {
+        (void)copy.release();
+    } else {
+        SIGMA_LOG("pthread_create for broadcasting intent failed: %d \n", error);
+    }
+}
+
+bool isSource() { return wfd_device_type == 0; }
+
+void onUibcControlCompleted() {
+    SIGMA_LOG("UIBCControlCompleted Callback received!\n");
+    SIGMA_LOG("Calling startUIBC()\n");
+    if (WiFiDisplayClient* const client = gWFDClient) client->startUIBC();
+    osal_sleep_ms(3000);
+}
+
+// False when a number does not convert, which ends the handling of the report.
+bool onStreamStarted(const Objects& objects) {
+    SIGMA_LOG("MMStreamStarted received \n");
+    long width = 0;
+    long height = 0;
+    long secure = 0;
+    unsigned long long producer = 0;  // unsigned: a tagged heap address has its top bit set
+    if (!parseDecimal(objects[1], strtol, &width) || !parseDecimal(objects[2], strtol, &height) ||
+        !parseDecimal(objects[3], strtol, &secure) ||
+        !parseDecimal(objects[4], strtoull, &producer)) {
+        return false;
+    }
+    mmSessionInfo info{};
+    info.width = static_cast<uint32_t>(width);
+    info.height = static_cast<uint32_t>(height);
+    info.secure = static_cast<uint32_t>(secure);
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the session client sends the address as a number
+    info.producer =
+        reinterpret_cast<android::IGraphicBufferProducer*>(static_cast<uintptr_t>(producer));
+    createVDS(&info);
+    if (WiFiDisplayClient* const client = gWFDClient) {
+        client->executeRuntimeCommand(kVirtualDisplayMade);
+    }
+    return true;
+}
+
+// Reactions to the report's name. False when the report's handling ends here.
+bool handleName(std::string_view name, int count, const Objects& objects) {
+    if (name == "UIBCControlCompleted") onUibcControlCompleted();
+    if (name == "MMEvent") {
+        SIGMA_LOG("MMEvent num_objects = %d\n", count);
+        if (count >= 5 && objects[0] == "MMStreamStarted" && !onStreamStarted(objects))
+            return false;
+    }
+    if (name == "StreamControlCompleted" && count >= 2 && objects[1] == "TEARDOWN") {
+        SIGMA_LOG("TEARDOWN received \n");
+        releaseVDS();
+    }
+    if (name == "Error" && count >= 1 && objects[0] == "RTSPCloseCallback") {
+        SIGMA_LOG("WFDDBUG: RTSPCloseCallback Received! Release VDS \n");
+        releaseVDS();
+    }
+    if (name == "AudioEvent" && count >= 1 && objects[0] == "AudioProxyOpened") {
+        SIGMA_LOG("AudioProxyOpened Received broadcasting intent \n");
+        if (isSource()) startWorker<broadcast_thread>(kRouteToProxy);
+    }
+    return true;
+}
+
+void onPlay() {
+    const int sessionId = g_wfd_session_id;
+    SIGMA_LOG("Enable UIBC for sessionID %d\n", sessionId);
+    if (WiFiDisplayClient* const client = gWFDClient) client->enableUIBC(sessionId);
+}
+
+void onStreamEnds(bool teardown) {
+    SIGMA_LOG("Broadcasting intent with 0\n");
+    if (!isSource()) return;
+    startWorker<broadcast_thread>(kRouteBack);
+    if (teardown && uibc_setup_done == 1) {
+        SIGMA_LOG("UIBC[Src]Teardown received. Initiate UIBC termination\n");
+        terminate_uibc_worker();
+        joinUibcWorker();
+    }
+}
+
+void onStopped() {
+    if (isSource()) startWorker<broadcast_thread>(kRouteBack);
+    SIGMA_LOG("Received Stopped \n");
+    // Taken and cleared in one step, so that an identifier set meanwhile is not lost between the
+    // two.
+    const int sessionId = g_wfd_session_id.exchange(0);
+    startWorker<cleanup_thread>(CleanupRequest{kStopSession, sessionId});
+}
+
+void onNegotiating() {
+    const android::sp<android::Surface> surface = makeSinkSurface();
+    if (WiFiDisplayClient* const client = gWFDClient) {
+        SIGMA_LOG("setsurface returned %d", client->setSurface(surface.get()));
+    }
+    SIGMA_LOG("Received SetWFDSurface \n");
+}
+
+void onEstablished(std::string_view identifier) {
+    long value = 0;
+    const bool converted = parseDecimal(identifier, strtol, &value);
+    // The text first: whoever sees the identifier finds it complete.
+    if (converted) setSessionIdText(identifier);
+    g_wfd_session_id = static_cast<int32_t>(value);
+}
+
+// Reactions to the report's texts, whatever its name.
+void handleObjects(const Objects& objects) {
+    if (objects[1] == "PLAY") onPlay();
+    const bool teardown = objects[1] == "TEARDOWN";
+    if (objects[1] == "PAUSE" || teardown || objects[0] == "STANDBY") onStreamEnds(teardown);
+    if (objects[0] == "STOPPED") onStopped();
+    if (objects[0] == "NEGOTIATED") setSessionIdText(objects[2]);
+    if (objects[0] == "NEGOTIATING") onNegotiating();
+    if (objects[0] == "ESTABLISHED") onEstablished(objects[2]);
+}
+
+}  // namespace
+
+void miracastWfdStringArrayCallback(const char* name, int count, char (*objects)[256],
+                                    _jobject* const& /*javaObject*/) {
+    const Objects texts(count, objects);
+    SIGMA_LOG("\nReceived WFD event %s\n", name == nullptr ? "(null)" : name);
+    for (int i = 0; i < texts.sent(); ++i) {
+        SIGMA_LOG("%d. %.*s \n", i, static_cast<int>(texts[i].size()), texts[i].data());
+    }
+    if (name != nullptr && !handleName(name, count, texts)) return;
+    if (count >= 2) handleObjects(texts);
+}

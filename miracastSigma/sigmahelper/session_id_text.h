@@ -1,0 +1,7 @@
+// wfdSessionId, the session identifier as text: its only writers. Any thread may call.
+#pragma once
+
+#include <string_view>
+
+// Stores the first 11 characters of `text`.
+void setSessionIdText(std::string_view text);
