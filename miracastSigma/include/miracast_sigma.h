@@ -6,14 +6,16 @@
  *
  * Command texts. Most commands take their parameters as one NUL-terminated text of comma-separated
  * names, each followed by its value ("framename,RTSP,RtspMsgType,PAUSE"). Names are found without
- * regard to case. The text is never modified. A null text counts as an empty one.
+ * regard to case. The text is never modified. A null text has no
+ * parameters.
  *
  * Status. 0: done, or nothing to do. 1: the action was carried out. 2: nothing that the command can
  * do for these parameters, or the action failed. -1: error. -2: a required parameter is missing or
  * has an unknown value.
  *
  * Response texts. A command that answers with a text stores its address through `response`; the
- * caller releases it with free(). On failure a null pointer is stored.
+ * caller releases it with free(), also when the status is a failure other than -1; with -1 a null
+ * pointer is stored.
  *
  * Threads. Call one command at a time, on any one thread; the session commands block while a
  * session comes up. The session client calls into the library on threads of its own.
@@ -57,7 +59,8 @@ MIRACAST_SIGMA_EXPORT int sta_reset_default(const char* command);
  *                    other role, in wfd_device_type
  *   response         receives the identifier
  * Blocks for up to about 60 seconds, until the session is established. Returns the session client's
- * result, or -1 without a response address, without memory, or when no session came up.
+ * result, or -1 without a response address, without memory, without a client, or when no session
+ * came up.
  */
 MIRACAST_SIGMA_EXPORT int start_wfd_connection(const char* passThroughText, const char* peerAddress,
                                                int port, int peerDeviceType, char** response);
@@ -120,8 +123,8 @@ MIRACAST_SIGMA_EXPORT int standbyRtsp(int sessionId);
 
 /*
  * Changes the audio or video format to that of `text`: a codec (H264, H265, LPCM, AAC; H26x
- * followed somewhere by '-' and a profile digit from 0 to 5). `sessionId` and `reserved` are not
- * used. -1 also when the text is refused.
+ * followed somewhere by '-' and a profile, a character up to '5'). `sessionId` and `reserved` are
+ * not used. -1 also when the text is refused.
  */
 MIRACAST_SIGMA_EXPORT int setParameter(int sessionId, int reserved, const char* text);
 
@@ -168,7 +171,7 @@ MIRACAST_SIGMA_EXPORT extern MIRACAST_SIGMA_ATOMIC(int32_t) wfd_device_type;
 /* Identifier of the current session, 0 when there is none. */
 MIRACAST_SIGMA_EXPORT extern MIRACAST_SIGMA_ATOMIC(int32_t) g_wfd_session_id;
 
-/* The identifier as the session client reported it; complete once g_wfd_session_id is set. */
+/* The identifier as the session client reported it; written before g_wfd_session_id is set. */
 MIRACAST_SIGMA_EXPORT extern char wfdSessionId[12];
 
 /* The newest session client; earlier ones are never destroyed. */

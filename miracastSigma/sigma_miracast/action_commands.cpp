@@ -69,7 +69,7 @@ void* miracast_playback_thread_entry(void* path) {
     char command[256];
     snprintf(command, sizeof command,
              "am start -n  org.lindenvale.gallery/com.android.gallery3d.app.MovieActivity -d %s",
-             static_cast<const char*>(path));
+             printable(static_cast<const char*>(path)));
     runShellCommand(command);
     return nullptr;
 }
@@ -79,7 +79,7 @@ int miracast_playback_thread_create(void* path) {
 }
 
 int dev_exec_action(const char* command) {
-    SIGMA_LOG("vestor: Received Dev exec Action %s", command);
+    SIGMA_LOG("vestor: Received Dev exec Action %s", printable(command));
     const Parameter<64> action(command, "DirectStreaming");
     printf("miracast_dev_exec_action \n");
     if (action.empty()) return kBadParameter;

@@ -46,7 +46,7 @@ int sendSetParameter(const char* command, int sessionId) {
 }  // namespace
 
 int dev_send_frame(const char* command) {
-    SIGMA_LOG("vestor: Received Dev Send Frame %s", command);
+    SIGMA_LOG("vestor: Received Dev Send Frame %s", printable(command));
     const Text frameName(command, "framename");
     // The session meant is always the current one; these are looked up for the log's sake.
     const Text source(command, "source");

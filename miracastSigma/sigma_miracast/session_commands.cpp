@@ -7,12 +7,12 @@
 #include "bounded_copy.h"
 #include "miracast_sigma.h"
 #include "osal/osal.h"
+#include "session_start.h"
 #include "sigma_log.h"
 
 namespace {
 
 constexpr const char* kSourceFile = "miracastSigma/sigma_miracast";
-constexpr size_t kSessionIdTextSize = 12;  // "%.8d" and the longest identifier
 
 // Makes the response text. Null, logged, without a response address or without memory.
 char* allocateSessionIdText(char** response) {
@@ -59,14 +59,12 @@ int sta_reset_default(const char* command) {
 
 int start_wfd_connection(const char* passThroughText, const char* peerAddress, int port,
                          int peerDeviceType, char** response) {
-    wfd_device_type = 1 - peerDeviceType;
+    wfd_device_type = counterpartOf(peerDeviceType);
     if (allocateSessionIdText(response) == nullptr) return -1;
     char peer[32] = "";
-    char local[32] = "";
     copyText(peer, peerAddress);
-    return finishStart(startWfdConnection(passThroughText, peer, port, peerDeviceType, *response,
-                                          local[0] == '\0' ? nullptr : local),
-                       response);
+    return finishStart(
+        startWfdConnection(passThroughText, peer, port, peerDeviceType, *response, nullptr), response);
 }
 
 int connect_go_start_wfd(const char* passThroughText, const char* peerAddress, int port,

@@ -17,9 +17,6 @@
 
 namespace {
 
-constexpr int kRouteBack = 0;
-constexpr int kRouteToProxy = 1;
-constexpr int kStopSession = 2;         // code of a CleanupRequest
 constexpr int kVirtualDisplayMade = 3;  // runtime command that follows the virtual display
 constexpr size_t kObjectSize = 256;
 
@@ -31,7 +28,7 @@ class Objects {
 
     int sent() const { return mCount; }
     std::string_view operator[](int index) const {
-        if (index >= mCount) return {};
+        if (index >= mCount) return "";  // never without an address, which text functions ask for
         return {mObjects[index], strnlen(mObjects[index], kObjectSize)};
     }
 
@@ -164,14 +161,11 @@ void onStopped() {
     // Taken and cleared in one step, so that an identifier set meanwhile is not lost between the
     // two.
     const int sessionId = g_wfd_session_id.exchange(0);
-    startWorker<cleanup_thread>(CleanupRequest{kStopSession, sessionId});
+    startWorker<cleanup_thread>(CleanupRequest{kStopSessionCode, sessionId});
 }
 
 void onNegotiating() {
-    const android::sp<android::Surface> surface = makeSinkSurface();
-    if (WiFiDisplayClient* const client = gWFDClient) {
-        SIGMA_LOG("setsurface returned %d", client->setSurface(surface.get()));
-    }
+    giveSinkSurfaceTo(gWFDClient);
     SIGMA_LOG("Received SetWFDSurface \n");
 }
 
@@ -199,7 +193,7 @@ void handleObjects(const Objects& objects) {
 void miracastWfdStringArrayCallback(const char* name, int count, char (*objects)[256],
                                     _jobject* const& /*javaObject*/) {
     const Objects texts(count, objects);
-    SIGMA_LOG("\nReceived WFD event %s\n", name == nullptr ? "(null)" : name);
+    SIGMA_LOG("\nReceived WFD event %s\n", printable(name));
     for (int i = 0; i < texts.sent(); ++i) {
         SIGMA_LOG("%d. %.*s \n", i, static_cast<int>(texts[i].size()), texts[i].data());
     }

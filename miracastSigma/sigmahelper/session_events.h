@@ -15,9 +15,14 @@ MIRACAST_SIGMA_EXPORT void miracastWfdStringArrayCallback(const char* name, int 
                                                           char (*objects)[256],
                                                           _jobject* const& javaObject);
 
+// Routing values of the audio worker.
+constexpr int kRouteBack = 0;
+constexpr int kRouteToProxy = 1;
+
 // What the cleanup worker is to do.
+constexpr int kStopSessionCode = 2;
 struct CleanupRequest {
-    int code;  // 2: stop the session
+    int code;  // kStopSessionCode; others do nothing
     int sessionId;
 };
 

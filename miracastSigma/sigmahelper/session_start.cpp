@@ -16,7 +16,6 @@ namespace {
 
 constexpr int kPolls = 60;
 constexpr uint32_t kPollIntervalMs = 1000;
-constexpr size_t kSessionIdTextSize = 12;
 
 // The identifier that the event handler stores; 0 when it did not within the time.
 int waitForSessionId() {
@@ -46,21 +45,17 @@ int startWfdConnectionImpl(const char* /*passThroughText*/, const char* peerAddr
     if (wfd_version == 2) {
         SIGMA_LOG("configuring miracast R2\n");
         peer.r2 = 1;
-        if (client == nullptr) {
-            SIGMA_LOG("Failed to instantiate client!");
-            return -1;
-        }
     }
-    setSessionIdText("");
-    g_wfd_session_id = 0;
     if (client == nullptr) {
         SIGMA_LOG("Failed to instantiate client!");
         return -1;
     }
+    setSessionIdText("");
+    g_wfd_session_id = 0;
 
     WfdDevice local{};
     local.r2 = 1;
-    local.deviceType = 1 - peerDeviceType;
+    local.deviceType = counterpartOf(peerDeviceType);
     copyText(local.ipAddress, localAddress);
     const int result = client->createWfdSession(&local, &peer);
     if (sessionIdOut == nullptr) return result;

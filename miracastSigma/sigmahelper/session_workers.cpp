@@ -7,9 +7,6 @@
 
 namespace {
 
-constexpr int kRouteBack = 0;
-constexpr int kRouteToProxy = 1;
-
 void routeAudio(bool toProxy) {
     if (toProxy) {
         SIGMA_LOG("Audio System Proxy enable for device: %x\n", AUDIO_DEVICE_OUT_PROXY);
@@ -42,9 +39,8 @@ void* broadcast_thread(void* routing) {
 }
 
 void* cleanup_thread(void* request) {
-    constexpr int kStopSession = 2;
     const auto* const cleanup = static_cast<const CleanupRequest*>(request);
-    if (cleanup == nullptr || cleanup->code != kStopSession) return nullptr;
+    if (cleanup == nullptr || cleanup->code != kStopSessionCode) return nullptr;
     SIGMA_LOG("Disable WFD and cleanup \n");
     WiFiDisplayClient* const client = gWFDClient;
     if (client != nullptr) client->stopWfdSession(cleanup->sessionId, nullptr);

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <mutex>
+#include <utility>
 
 #include "gui/SurfaceComposerClient.h"
 #include "sigma_log.h"
@@ -30,7 +31,7 @@ SinkSurfaceSet* gSinkSurfaceSet = nullptr;
 
 void releaseSet() {
     if (gSinkSurfaceSet == nullptr) return;
-    gSinkSurfaceSet->client->dispose();
+    if (gSinkSurfaceSet->client != nullptr) gSinkSurfaceSet->client->dispose();
     delete gSinkSurfaceSet;
     gSinkSurfaceSet = nullptr;
 }
@@ -58,8 +59,7 @@ LayerSize layerSizeFor(const android::sp<android::IBinder>& display) {
     return size;
 }
 
-}  // namespace
-
+// A strong reference: another thread may release the set before the surface is passed on.
 android::sp<android::Surface> makeSinkSurface() {
     SIGMA_LOG("Retrieving surface \n");
     const std::lock_guard lock(sinkSurfaceMutex);
@@ -90,18 +90,25 @@ android::sp<android::Surface> makeSinkSurface() {
     return set.surface;
 }
 
+}  // namespace
+
 android::Surface* getSurface() { return makeSinkSurface().get(); }
 
-int setWFDSurface() {
+int giveSinkSurfaceTo(WiFiDisplayClient* client) {
     const android::sp<android::Surface> surface = makeSinkSurface();
+    if (client == nullptr) return -1;
+    const int result = client->setSurface(surface.get());
+    SIGMA_LOG("setsurface returned %d", result);
+    return result;
+}
+
+int setWFDSurface() {
     WiFiDisplayClient* const client = gWFDClient;
     if (client == nullptr) {
         SIGMA_LOG("WFD Client is NULL\n");
         return -1;
     }
-    const int result = client->setSurface(surface.get());
-    SIGMA_LOG("setsurface returned %d", result);
-    return result;
+    return giveSinkSurfaceTo(client);
 }
 
 void deleteSurface_impl() {

@@ -7,19 +7,19 @@
 #include "gui/Surface.h"
 #include "miracast_sigma.h"
 
-// Makes a new layer over everything else, as large as the built-in display, and returns its
-// surface, which stays valid until the next call here or deleteSurface_impl(). A set that is still
-// held is released first. Null on failure, logged; what was made until then is held and released
-// likewise.
+// Makes a new layer near the top of the layer order, as large as the built-in display, and returns
+// its surface, which stays valid until the next call here or deleteSurface_impl(). A set that is
+// still held is released first. Null on failure, logged; what was made until then is held and
+// released likewise.
 MIRACAST_SIGMA_EXPORT android::Surface* getSurface();
 
-// The same with a strong reference, for callers that pass the surface on: another thread may
-// release the set at any time.
-android::sp<android::Surface> makeSinkSurface();
-
-// Makes the surface and hands it to the session client. Returns the client's result, -1 without a
-// client.
+// Makes the surface and hands it to the session client. Returns the client's result; -1, and no
+// surface, without a client.
 MIRACAST_SIGMA_EXPORT int setWFDSurface();
+
+// Makes the surface and hands it to `client`. Without a client the surface is made all the same,
+// and the result is -1.
+int giveSinkSurfaceTo(WiFiDisplayClient* client);
 
 // Releases the current set, if any. deleteSurface() is the same under a plain name.
 MIRACAST_SIGMA_EXPORT void deleteSurface_impl();

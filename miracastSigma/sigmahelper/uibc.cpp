@@ -12,6 +12,15 @@ android::Mutex mLock;
 
 namespace {
 
+// Destroyed before the two above, when the process ends or the library is unloaded: a worker that
+// still runs must not find them gone.
+struct WorkerEnd {
+    ~WorkerEnd() {
+        uibc_complete_flag = 1;
+        joinUibcWorker();
+    }
+} workerEnd;
+
 constexpr uint32_t kTakeOldest = 0;
 constexpr uint32_t kAppend = 1;
 

@@ -1,10 +1,10 @@
 // The user input back channel (UIBC): input events that a sink sends are queued and replayed on
 // this device by a worker thread, one per second, through the shell tool "input".
 //
-// Threads. injectEvent runs on the session client's thread, the worker on its own; everything else
-// on the command thread, except terminate_uibc_worker and joinUibcWorker, which the session event
-// handler's thread may call too. myList is touched only with mLock held. The worker is started at
-// most once in a process; nothing resets uibc_setup_done or uibc_complete_flag.
+// Threads. Any thread may call; injectEvent is called on the session client's threads, setUpUibc on
+// the command thread, and the worker is ended on the session client's thread. myList is touched
+// only with mLock held. The worker is started at most once in a process; nothing resets
+// uibc_setup_done or uibc_complete_flag.
 #pragma once
 
 #include <cstdint>
@@ -52,7 +52,7 @@ MIRACAST_SIGMA_EXPORT int keysym2keycode(unsigned int keysym);
 // Empties the queue.
 MIRACAST_SIGMA_EXPORT void flushUIBCList();
 
-// Tells the worker to end after the event it is at; does not wait.
+// Tells the worker to end, after at most one more event; does not wait.
 MIRACAST_SIGMA_EXPORT void terminate_uibc_worker();
 
 // Waits for the worker to end. Does nothing when none was created or it has been waited for.

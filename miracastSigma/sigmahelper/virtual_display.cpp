@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <limits>
 #include <mutex>
+#include <utility>
 
 #include "gui/SurfaceComposerClient.h"
 #include "sigma_log.h"

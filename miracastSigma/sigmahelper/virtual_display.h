@@ -26,7 +26,8 @@ MIRACAST_SIGMA_EXPORT int createVDS(void* info);
 
 // Makes a virtual display that shows the built-in display `display`, whose state is `state`, in the
 // producer, fitted into the stream's picture with its aspect ratio kept and centred. Stores its
-// token in *outDisplay. Returns 0, or -1 when the source has no size or the display is refused.
+// token in *outDisplay; no pointer may be null. Returns 0, or -1 when the source has no size or the
+// display is refused.
 MIRACAST_SIGMA_EXPORT int configureVirtualDisplay(
     const android::sp<android::IBinder>& display, const android::ui::DisplayState& state,
     const android::sp<android::IGraphicBufferProducer>& producer,
