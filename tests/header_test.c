@@ -1,0 +1,5 @@
+/* The agent's header stands alone, in C and (header_test.cpp) in C++. */
+#include "miracast_sigma.h"
+
+int headerTest(void);
+int headerTest(void) { return g_wfd_session_id + (gWFDClient != 0) + sta_reset_default("x"); }

@@ -1,0 +1,100 @@
+// The simulated device itself, where the tests and people rely on more than the library's tests
+// show.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <regex>
+#include <thread>
+
+#include "Clock.h"
+#include "Journal.h"
+#include "LogFilter.h"
+#include "android/log.h"
+#include "osal/osal.h"
+
+namespace {
+
+using hostplatform::Journal;
+using hostplatform::LogFilter;
+
+TEST(LogFilterTest, FollowsTheTagList) {
+    struct {
+        const char* tags;
+        int priority;
+        const char* tag;
+        bool shown;
+    } const cases[] = {
+        {nullptr, ANDROID_LOG_VERBOSE, "A", true},
+        {"", ANDROID_LOG_VERBOSE, "", true},
+        {"A:W", ANDROID_LOG_INFO, "A", false},
+        {"A:W", ANDROID_LOG_WARN, "A", true},
+        {"A:W", ANDROID_LOG_VERBOSE, "B", true},
+        {"A:W *:S", ANDROID_LOG_FATAL, "B", false},
+        {"*:e A", ANDROID_LOG_VERBOSE, "A", true},
+        {"*:E,A:d", ANDROID_LOG_DEBUG, "A", true},
+        {"*:E", ANDROID_LOG_WARN, "", false},
+        {"*:E", ANDROID_LOG_ERROR, "", true},
+        {"A:S", ANDROID_LOG_FATAL, "A", false},
+        {"*:E A:x *:?", ANDROID_LOG_WARN, "A", false},  // no such priorities: passed over
+        {"a:b:W", ANDROID_LOG_INFO, "a:b", false},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(LogFilter(c.tags).shows(c.priority, c.tag), c.shown)
+            << (c.tags == nullptr ? "(null)" : c.tags) << " " << c.tag << " " << c.priority;
+    }
+}
+
+TEST(LogTest, ShowsEachLineAsADeviceDoes) {
+    testing::internal::CaptureStderr();
+    const int length = __android_log_print(ANDROID_LOG_DEBUG, "Tag", "\ntwo %d\n", 7);
+    __android_log_print(ANDROID_LOG_ERROR, nullptr, "%s", std::string(3000, 'x').c_str());
+    const std::string shown = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(length, 7);
+    const std::string head = R"(\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} +\d+ +\d+ )";
+    EXPECT_TRUE(
+        std::regex_match(shown.substr(0, shown.find("xxx")),
+                         std::regex(head + "D Tag: \n" + head + "D Tag: two 7\n" + head + "E : ")))
+        << shown.substr(0, 300);
+    EXPECT_EQ(std::count(shown.begin(), shown.end(), 'x'), 3000);
+    EXPECT_EQ(std::count(shown.begin(), shown.end(), '\n'), 3);
+}
+
+TEST(JournalTest, WaitsForEntriesOfOtherThreads) {
+    Journal& journal = Journal::instance();
+    const uint64_t mark = journal.mark();
+    std::thread writer([&journal, mark] {
+        journal.add("test", "first");
+        journal.waitFor("test", "go on", mark);
+        journal.add("other", "second");
+        journal.add("test", "second\n\x01");
+    });
+    EXPECT_EQ(journal.waitFor("test", "fir", mark)->text, "first");
+    EXPECT_FALSE(journal.waitFor("test", "second", mark, std::chrono::milliseconds(20)));
+    journal.add("test", "go on");
+    const auto second = journal.waitFor("test", "second", mark);
+    writer.join();
+    ASSERT_TRUE(second);
+    EXPECT_NE(toString(*second).find("test       second\\n\\x01"), std::string::npos);
+    EXPECT_EQ(journal.count("test", "second", mark), 1U);
+    EXPECT_EQ(journal.count("test", "second", second->sequence + 1), 0U);
+
+    journal.setCapacity(2);
+    EXPECT_EQ(journal.entries(mark).size(), 2U);
+    EXPECT_EQ(journal.entries(mark).back().sequence, second->sequence);
+    journal.setCapacity(1000);
+}
+
+TEST(ClockTest, DeviceTimePassesAtItsScaleAndNeverBack) {
+    const uint64_t begin = osal_clock_ms();
+    hostplatform::setTimeScale(2000);
+    osal_sleep_ms(10'000);
+    const uint64_t fast = osal_clock_ms();
+    EXPECT_GE(fast - begin, 10'000U);
+    hostplatform::setTimeScale(1);
+    const uint64_t slow = osal_clock_ms();
+    EXPECT_GE(slow, fast);
+    osal_sleep_ms(5);
+    EXPECT_LT(osal_clock_ms() - slow, 5000U);
+}
+
+}  // namespace
