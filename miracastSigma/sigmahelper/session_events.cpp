@@ -105,9 +105,10 @@ bool onStreamStarted(const Objects& objects) {
     info.width = static_cast<uint32_t>(width);
     info.height = static_cast<uint32_t>(height);
     info.secure = static_cast<uint32_t>(secure);
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): the session client sends the address as a number
-    info.producer =
-        reinterpret_cast<android::IGraphicBufferProducer*>(static_cast<uintptr_t>(producer));
+    // The session client sends the producer's address as a number.
+    const auto address = static_cast<uintptr_t>(producer);
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
+    info.producer = reinterpret_cast<android::IGraphicBufferProducer*>(address);
     createVDS(&info);
     if (WiFiDisplayClient* const client = gWFDClient) {
         client->executeRuntimeCommand(kVirtualDisplayMade);

@@ -13,10 +13,20 @@ using android::SurfaceComposerClient;
 
 namespace {
 
-// Two sessions' event threads can meet here when one session ends as the next begins.
+// Two sessions' event threads can meet here when one session ends as the next begins, and both can
+// meet the end of the process. So the two references are released under the lock, by
+// ReleaseAtUnload, and are not destroyed: whoever comes later finds them empty and not gone.
 std::mutex virtualDisplayMutex;  // guards the two below
-android::sp<android::IBinder> gVDSDisplay;
-android::sp<android::IGraphicBufferProducer> gVDSProducer;
+auto& gVDSDisplay = *new android::sp<android::IBinder>;
+auto& gVDSProducer = *new android::sp<android::IGraphicBufferProducer>;
+
+struct ReleaseAtUnload {
+    ~ReleaseAtUnload() {
+        const std::lock_guard lock(virtualDisplayMutex);
+        gVDSProducer.clear();
+        gVDSDisplay.clear();
+    }
+} releaseAtUnload;
 
 void destroyVirtualDisplay() {
     if (gVDSDisplay == nullptr) return;

@@ -1,22 +1,15 @@
 #include "Journal.h"
 
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdarg>
-#include <ctime>
 
 #include "TextFormat.h"
 
 namespace hostplatform {
 
 namespace {
-
-pid_t threadId() {
-    thread_local const pid_t id = static_cast<pid_t>(syscall(SYS_gettid));
-    return id;
-}
 
 bool matches(const JournalEntry& entry, const std::string& component, const std::string& part) {
     return entry.component == component && entry.text.find(part) != std::string::npos;
@@ -48,7 +41,7 @@ Journal& Journal::instance() {
 void Journal::add(const char* component, std::string text) {
     JournalEntry entry;
     entry.time = std::chrono::system_clock::now();
-    entry.thread = threadId();
+    entry.thread = gettid();
     entry.component = component;
     entry.text = std::move(text);
 

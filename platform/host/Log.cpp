@@ -1,7 +1,6 @@
 // The log: every line goes to the journal, and to standard error if the filter shows it.
 #include "android/log.h"
 
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -23,7 +22,7 @@ namespace {
 void show(int priority, const char* tag, std::string_view text) {
     const std::string prefix =
         timeText(std::chrono::system_clock::now()) +
-        format(" %5d %5ld %c %s: ", getpid(), syscall(SYS_gettid), priorityLetter(priority), tag);
+        format(" %5d %5d %c %s: ", getpid(), gettid(), priorityLetter(priority), tag);
     std::string lines;
     size_t begin = 0;
     do {

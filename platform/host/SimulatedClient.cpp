@@ -97,6 +97,15 @@ int SimulatedClient::control(const std::string& call, std::optional<int> session
 }
 
 int SimulatedClient::stop(int sessionId) {
+    {
+        // Cleaning up after a session that has stopped by itself finds nothing to do.
+        const std::lock_guard lock(mMutex);
+        const bool ended = mSession && (mStopping || !mSession->active);
+        if (ended && mSession->id == sessionId && faultStatus(Fault::SessionControl) == 0) {
+            journalCall(format("stopWfdSession id %d, stopped already", sessionId), 0);
+            return 0;
+        }
+    }
     return control("stopWfdSession", sessionId, [this](SessionState&) {
         enqueueState("STOPPED");
         mStopping = true;
