@@ -1,0 +1,29 @@
+// The program's arguments.
+#pragma once
+
+#include <asio/ip/tcp.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "SessionService.h"
+
+namespace agent {
+
+struct Options {
+    std::optional<asio::ip::tcp::endpoint> listen;
+    std::vector<std::string>
+        scripts;          // "-" is standard input; it is read when nothing else is asked
+    std::string library;  // empty: the one beside the program
+    std::string journal;  // empty: none
+    bool trace = false;
+    double timeScale = 1;
+    hostplatform::Peer peer = hostplatform::Peer::Answers;
+
+    // Fills `*this` from the arguments of main. Returns the program's exit status when there is
+    // nothing more to do (2 for a usage error, 0 for --help and --version, both printed), else
+    // nothing.
+    std::optional<int> parse(int argc, const char* const* argv);
+};
+
+}  // namespace agent
