@@ -64,7 +64,8 @@ int start_wfd_connection(const char* passThroughText, const char* peerAddress, i
     char peer[32] = "";
     copyText(peer, peerAddress);
     return finishStart(
-        startWfdConnection(passThroughText, peer, port, peerDeviceType, *response, nullptr), response);
+        startWfdConnection(passThroughText, peer, port, peerDeviceType, *response, nullptr),
+        response);
 }
 
 int connect_go_start_wfd(const char* passThroughText, const char* peerAddress, int port,

@@ -13,12 +13,22 @@ using android::SurfaceComposerClient;
 
 namespace {
 
+// Holds a strong reference that is not destroyed with the process.
+template <typename T>
+union Undestroyed {
+    Undestroyed() : reference() {}
+    ~Undestroyed() {}
+    android::sp<T> reference;
+};
+
 // Two sessions' event threads can meet here when one session ends as the next begins, and both can
-// meet the end of the process. So the two references are released under the lock, by
-// ReleaseAtUnload, and are not destroyed: whoever comes later finds them empty and not gone.
-std::mutex virtualDisplayMutex;  // guards the two below
-auto& gVDSDisplay = *new android::sp<android::IBinder>;
-auto& gVDSProducer = *new android::sp<android::IGraphicBufferProducer>;
+// meet the end of the process. So the references are released then, under the lock, but never
+// destroyed: whoever comes later finds them empty and not gone.
+std::mutex virtualDisplayMutex;  // guards the two references
+Undestroyed<android::IBinder> displayHolder;
+Undestroyed<android::IGraphicBufferProducer> producerHolder;
+android::sp<android::IBinder>& gVDSDisplay = displayHolder.reference;
+android::sp<android::IGraphicBufferProducer>& gVDSProducer = producerHolder.reference;
 
 struct ReleaseAtUnload {
     ~ReleaseAtUnload() {

@@ -1,0 +1,39 @@
+# Sourced by the front doors: installs what is missing, and builds.
+
+# Installs those of the named Debian packages that are not there.
+install_packages() {
+    local package missing=() root=()
+    for package in "$@"; do
+        dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q '^install ok installed$' ||
+            missing+=("$package")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    if [ "$(id -u)" -ne 0 ]; then
+        if ! command -v sudo >/dev/null; then
+            echo "These packages are missing, and there is neither root nor sudo to install them:" \
+                "${missing[*]}" >&2
+            return 1
+        fi
+        root=(sudo)
+    fi
+    echo "Installing ${missing[*]}" >&2
+    "${root[@]}" apt-get update -qq >&2 &&
+        DEBIAN_FRONTEND=noninteractive "${root[@]}" apt-get install -y -qq --no-install-recommends \
+            "${missing[@]}" >&2
+}
+
+# Configures and builds a preset into its directory; what that prints is shown when it fails.
+build_preset() { # PRESET DIRECTORY [TARGET...]
+    local preset=$1 directory=$2 log
+    shift 2
+    mkdir -p "$directory"
+    log=$directory/build.log
+    echo "Building in $directory" >&2
+    if ! { cmake --preset "$preset" && cmake --build "$directory" ${1:+--target "$@"}; } \
+        >"$log" 2>&1; then
+        cat "$log" >&2
+        return 1
+    fi
+}
+
+BUILD_PACKAGES=(g++ cmake ninja-build libcli11-dev libasio-dev)

@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Builds everything and runs every test.
+#
+#   ./test.sh                      as it is meant to run
+#   ./test.sh --sanitize=address   with AddressSanitizer and UndefinedBehaviorSanitizer
+#   ./test.sh --sanitize=thread    with ThreadSanitizer
+#
+# Further arguments go to ctest (-R REGEX, --repeat until-fail:20, ...).
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")"
+. scripts/setup.sh
+
+preset=dev
+directory=build
+case ${1:-} in
+    --sanitize=address) preset=asan directory=build-asan && shift ;;
+    --sanitize=thread) preset=tsan directory=build-tsan && shift ;;
+    --sanitize*) echo "--sanitize is address or thread" >&2 && exit 2 ;;
+esac
+
+install_packages "${BUILD_PACKAGES[@]}" libgtest-dev
+build_preset "$preset" "$directory"
+
+# ThreadSanitizer of this compiler cannot place its memory on a kernel that randomises more address
+# bits than it knows.
+run=()
+if [ "$preset" = tsan ] && setarch -R true 2>/dev/null; then run=(setarch -R); fi
+exec "${run[@]}" ctest --test-dir "$directory" --output-on-failure -j "$(nproc)" "$@"
