@@ -116,8 +116,9 @@ void ScriptRunner::onLine(const Line& line) {
 
 void ScriptRunner::runCommand(const Line& line) {
     std::promise<std::optional<std::string>> promise;
-    mCommands.post(line, mRunner.accept(line), true,
-                   [&promise](const std::optional<std::string>& answer) { promise.set_value(answer); });
+    mCommands.post(
+        line, mRunner.accept(line), true,
+        [&promise](const std::optional<std::string>& answer) { promise.set_value(answer); });
     const std::optional<std::string> answer = promise.get_future().get();
     if (answer && !isExpected(*answer, mExpectation)) {
         fail("expected status," + mExpectation.value_or("COMPLETE") + ", got " + *answer);

@@ -1,4 +1,7 @@
+#include <cerrno>
+
 #include "DeviceTest.h"
+#include "Faults.h"
 #include "osal/osal.h"
 
 namespace {
@@ -122,6 +125,15 @@ TEST_F(ActionCommandsTest, GenerateEvent) {
     }
     wfd_device_type = 0;
     endUibcWorker();
+}
+
+TEST_F(ActionCommandsTest, PlaybackThatCannotStartLeavesNoHandle) {
+    const hostplatform::ScopedFault fault(hostplatform::Fault::ThreadCreation);
+    rtsp_playback_thread = 0;
+    char clip[] = "/sdcard/clip.mp4";
+    EXPECT_EQ(miracast_playback_thread_create(clip), EAGAIN);
+    EXPECT_EQ(dev_exec_action("DirectStreaming,Start,CodecProfile,H264-0"), 1);  // not looked at
+    EXPECT_EQ(rtsp_playback_thread, 0U);
 }
 
 TEST_F(ActionCommandsTest, NullTextsAreEmptyOnes) {

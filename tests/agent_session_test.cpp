@@ -179,8 +179,9 @@ TEST(AgentScript, ExitStatusSaysWhetherAllWasAsExpected) {
 }
 
 TEST(AgentScript, ExamplesSucceedAndTheTraceStandsUnderTheCommand) {
-    AgentProcess agent({"--trace", "--time-scale", "100", EXAMPLES_DIRECTORY "/source_session.capi",
-                        EXAMPLES_DIRECTORY "/sink_session.capi"});
+    const std::string examples = std::string(EXAMPLES_DIRECTORY) + '/';
+    AgentProcess agent({"--trace", "--time-scale", "100", examples + "source_session.capi",
+                        examples + "sink_session.capi"});
     EXPECT_EQ(agent.wait(), 0) << agent.errors();
     // Each of these lines somewhere after the one before.
     const std::string output = agent.output();

@@ -75,7 +75,11 @@ void* miracast_playback_thread_entry(void* path) {
 }
 
 int miracast_playback_thread_create(void* path) {
-    return pthread_create(&rtsp_playback_thread, nullptr, miracast_playback_thread_entry, path);
+    pthread_t thread{};
+    const int error = pthread_create(&thread, nullptr, miracast_playback_thread_entry, path);
+    // The handle of a thread that was not created is nothing that somebody should join.
+    if (error == 0) rtsp_playback_thread = thread;
+    return error;
 }
 
 int dev_exec_action(const char* command) {
