@@ -36,4 +36,5 @@ build_preset() { # PRESET DIRECTORY [TARGET...]
     fi
 }
 
-BUILD_PACKAGES=(g++ cmake ninja-build libcli11-dev libasio-dev)
+# For both front doors, which share a build directory.
+BUILD_PACKAGES=(g++ cmake ninja-build libcli11-dev libasio-dev libgtest-dev)
