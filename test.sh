@@ -18,9 +18,12 @@ case ${1:-} in
     --sanitize*) echo "--sanitize is address or thread" >&2 && exit 2 ;;
 esac
 
-install_packages "${BUILD_PACKAGES[@]}" libgtest-dev
+install_packages "${BUILD_PACKAGES[@]}" avahi-daemon dbus iproute2
 build_preset "$preset" "$directory"
 
+export ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1
+# Without the second that each program would wait at its end for threads that still run.
+export TSAN_OPTIONS=second_deadlock_stack=1:atexit_sleep_ms=20:suppressions=$PWD/tests/tsan.supp
 # ThreadSanitizer of this compiler cannot place its memory on a kernel that randomises more address
 # bits than it knows.
 run=()

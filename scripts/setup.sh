@@ -37,4 +37,5 @@ build_preset() { # PRESET DIRECTORY [TARGET...]
 }
 
 # For both front doors, which share a build directory.
-BUILD_PACKAGES=(g++ cmake ninja-build libcli11-dev libasio-dev libgtest-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build libcli11-dev libasio-dev libgtest-dev
+    libavahi-compat-libdnssd-dev libavahi-client-dev)

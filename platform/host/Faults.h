@@ -17,9 +17,10 @@ enum class Fault {
     SessionControl,          // every other call on the session client
     AudioRouting,            // setDeviceConnectionState
     Allocation,              // osal_calloc gives null
-    ThreadCreation,          // no thread with default attributes can be started in this process
+    PropertyService,  // it is silent: nothing is set, started or stopped, every value is empty
+    ThreadCreation,   // no thread with default attributes can be started in this process
 };
-constexpr int kFaultCount = 14;
+constexpr int kFaultCount = 15;
 
 // Makes the operation fail from now on. `status` is what it returns, where it returns one; 0 ends
 // the fault. Callable on any thread.

@@ -26,7 +26,8 @@ struct JournalEntry {
     std::chrono::system_clock::time_point time;
     pid_t thread = 0;
     // "session" (calls on the session client), "report" (what it reports), "compositor", "audio",
-    // "binder", "tool" (shell tools), "memory" (allocations), "log" (log lines: priority letter,
+    // "binder", "property" (properties set, services started and stopped), "tool" (shell tools),
+    // "memory" (allocations), "log" (log lines: priority letter,
     // '/', tag, ": ", text).
     std::string component;
     std::string text;

@@ -35,18 +35,45 @@ void show(int priority, const char* tag, std::string_view text) {
     fputs(lines.c_str(), stderr);  // one call, so that lines of two threads do not mix
 }
 
-}  // namespace
-
-int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+int log(int priority, const char* tag, const char* pattern, va_list arguments) {
     static const LogFilter* const filter = new LogFilter(getenv("ANDROID_LOG_TAGS"));
-    va_list arguments;
-    va_start(arguments, fmt);
-    std::string text = formatArguments(fmt, arguments);
-    va_end(arguments);
+    std::string text = formatArguments(pattern, arguments);
     const int length = static_cast<int>(text.size());
 
     const char* const shownTag = tag == nullptr ? "" : tag;
-    if (filter->shows(prio, shownTag)) show(prio, shownTag, text);
-    Journal::instance().add("log", format("%c/%s: ", priorityLetter(prio), shownTag) + text);
+    if (filter->shows(priority, shownTag)) show(priority, shownTag, text);
+    Journal::instance().add("log", format("%c/%s: ", priorityLetter(priority), shownTag) + text);
     return length;
+}
+
+}  // namespace
+
+int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+    va_list arguments;
+    va_start(arguments, fmt);
+    const int length = log(prio, tag, fmt, arguments);
+    va_end(arguments);
+    return length;
+}
+
+// This device shows all of its buffers as one log.
+int __android_log_buf_print(int, int prio, const char* tag, const char* fmt, ...) {
+    va_list arguments;
+    va_start(arguments, fmt);
+    const int length = log(prio, tag, fmt, arguments);
+    va_end(arguments);
+    return length;
+}
+
+void __android_log_assert(const char* cond, const char* tag, const char* fmt, ...) {
+    if (fmt != nullptr) {
+        va_list arguments;
+        va_start(arguments, fmt);
+        log(ANDROID_LOG_FATAL, tag, fmt, arguments);
+        va_end(arguments);
+    } else {
+        __android_log_print(ANDROID_LOG_FATAL, tag, "Assertion failed: %s",
+                            cond == nullptr ? "" : cond);
+    }
+    abort();
 }
