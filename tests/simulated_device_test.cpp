@@ -5,13 +5,19 @@
 
 #include <algorithm>
 #include <cctype>
+#include <csignal>
+#include <cstdlib>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "Clock.h"
+#include "Faults.h"
 #include "Journal.h"
 #include "LogFilter.h"
 #include "TextFormat.h"
 #include "android/log.h"
+#include "cutils/properties.h"
 #include "osal/osal.h"
 
 namespace {
@@ -65,6 +71,65 @@ TEST(LogTest, ShowsEachLineAsADeviceDoes) {
     EXPECT_EQ(shape, head + " D Tag: \n" + head + " D Tag: two 0\n" + head + " E : ");
     EXPECT_EQ(std::count(shown.begin(), shown.end(), 'x'), 3000);
     EXPECT_EQ(std::count(shown.begin(), shown.end(), '\n'), 3);
+}
+
+TEST(LogTest, OtherWaysIntoTheLogLookTheSame) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(__android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_WARN, "Tag", "%d", 42), 2);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find(" W Tag: 42\n"), std::string::npos);
+
+    EXPECT_EXIT(__android_log_assert("(p == NULL)", "Tag", "no %s", "memory"),
+                testing::KilledBySignal(SIGABRT), " F Tag: no memory");
+    EXPECT_EXIT(__android_log_assert("(p == NULL)", "Tag", nullptr),
+                testing::KilledBySignal(SIGABRT), " F Tag: .*\\(p == NULL\\)");
+}
+
+TEST(PropertyTest, KeepsValuesThatFit) {
+    const std::string longest(PROPERTY_VALUE_MAX - 1, 'x');
+    const std::string tooLong = longest + "x";
+    EXPECT_EQ(property_set("a", "one"), 0);
+    EXPECT_EQ(property_set("longest", longest.c_str()), 0);
+    EXPECT_LT(property_set("longest", tooLong.c_str()), 0);
+    EXPECT_EQ(property_set("emptied", "x"), 0);
+    EXPECT_EQ(property_set("emptied", nullptr), 0);
+    struct {
+        const char* key;
+        const char* otherwise;
+        std::string value;
+    } const cases[] = {
+        {"a", "other", "one"},         {"longest", nullptr, longest},
+        {"emptied", "other", "other"}, {"never set", "other", "other"},
+        {"never set", nullptr, ""},    {"never set", tooLong.c_str(), longest},
+    };
+    char value[PROPERTY_VALUE_MAX];
+    for (const auto& c : cases) {
+        EXPECT_EQ(property_get(c.key, value, c.otherwise), static_cast<int>(c.value.size()));
+        EXPECT_EQ(value, c.value) << c.key;
+    }
+
+    const hostplatform::ScopedFault silent(hostplatform::Fault::PropertyService);
+    EXPECT_LT(property_set("a", "two"), 0);
+    EXPECT_EQ(property_get("a", value, "other"), 5);
+    EXPECT_EQ(property_get("init.svc.mdnsd", value, nullptr), 0);
+}
+
+TEST(PropertyTest, TellsWhyMdnsdCannotBeStarted) {
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
+    char value[PROPERTY_VALUE_MAX];
+    EXPECT_EQ(property_get("init.svc.mdnsd", value, nullptr), 7);
+    EXPECT_STREQ(value, "stopped");
+    const uint64_t mark = Journal::instance().mark();
+    EXPECT_EQ(property_set("ctl.start", "mdnsd"), 0);
+    EXPECT_EQ(property_set("ctl.stop", "mdnsd"), 0);
+    EXPECT_LT(property_set("ctl.start", "another"), 0);
+    EXPECT_LT(property_set("init.svc.mdnsd", "running"), 0);
+    EXPECT_EQ(Journal::instance().texts("log", mark),
+              (std::vector<std::string>{
+                  "E/hostplatform: mdnsd cannot be started: no system bus answers at "
+                  "unix:path=/nonexistent/bus",
+                  "E/hostplatform: there is no init service \"another\""}));
+    property_get("init.svc.mdnsd", value, nullptr);
+    EXPECT_STREQ(value, "stopped");
 }
 
 TEST(JournalTest, WaitsForEntriesOfOtherThreads) {
