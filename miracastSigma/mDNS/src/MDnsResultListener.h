@@ -7,7 +7,7 @@
 constexpr int kMDnsDone = 200;            // command done, or request started
 constexpr int kMDnsServiceRunning = 402;  // mDNS daemon already running
 constexpr int kMDnsServiceInUse = 403;    // mDNS daemon still in use
-constexpr int kMDnsUnknownCommand = 500;  //
+constexpr int kMDnsUnknownCommand = 500;  // unknown command word
 constexpr int kMDnsRefused = 501;  // bad arguments, request id in use or unknown, DNS-SD error
 constexpr int kMDnsDiscoverFailed = 602;  // result line: request id, DNS-SD error
 constexpr int kMDnsServiceFound = 603;    // request id, service name, service type, domain

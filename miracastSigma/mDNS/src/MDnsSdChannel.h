@@ -10,37 +10,44 @@
 // live until the process ends.
 //
 // Threads and locks. Commands may come from any thread, also from inside a result. The monitor
-// thread polls the sockets of all watched requests and runs every result.
+// thread polls the sockets of all watched requests and runs every result. A stop waits for the
+// request's result in progress: hold nothing across it that a result may wait for, and let no two
+// channels' results stop each other's requests.
 //
 //   list, links, states, mRefOpen, mProcessing, mTurn    guarded by mMonitorLock
+//   mMonitorThread                                       likewise; written once, by that thread
 //   mLive                                                written under it, read anywhere: atomic
 //   mServiceRef of an element                            the starting thread until startMonitoring;
 //                                                        then whoever may use it, as below
-//   mPollFds, mPollRefs, mPollCapacity                   the monitor thread alone
+//   mPollFds, mPollRefs, mPollCapacity, mFailed          the monitor thread alone
+//   mControlSocket, mRunning                             written by the constructor alone
 //
 // mMonitorLock is never held during a result or a DNS-SD call, but for DNSServiceRefSockFD.
 //
 // A request's reference is open (mRefOpen) from startMonitoring until one stop closes it, and these
 // hold:
-//   1. A reference is not processed after or during its deallocation, nor deallocated twice. The
-//      monitor processes, and looks up the socket of, open references only, and says under the lock
-//      which one (mProcessing) before it begins. A stop closes the reference under the same lock;
-//      only the one that found it open deallocates it, and not before it is no longer being
-//      processed.
-//   2. A stop returns when no result of the request can run any more: every stop waits while the
-//      request is being processed, whether or not it is the one that deallocates. On the monitor
-//      thread it does not wait: then it is inside that very result, which DNS-SD allows, or inside
-//      the result of another request, and this one is not being processed.
-//   3. A poll entry names its element, not its descriptor. Elements that the poll set names are
-//      removed by the monitor thread alone, when it makes the next poll set. So an event on a
-//      descriptor number that the kernel has given to another request meets a closed element, and
-//      is dropped.
-//   4. A request id is taken while any element in the list has it, and search and insertion are one
-//      step under the lock. A watched request's element leaves the list in rescan and nowhere else.
-//   5. Without a control socket or a thread the monitor is not running, and every command is
-//   refused.
-//      A control byte that does not fit into the socket is not needed: those in it cause a rescan
-//      after it. So no command waits for the monitor thread to read, not even on that thread.
+//
+// 1. A reference is not processed after or during its deallocation, nor deallocated twice. The
+//    monitor processes, and looks up the socket of, open references only, and says under the lock
+//    which one (mProcessing) before it begins. A stop closes the reference under the same lock;
+//    only the one that found it open deallocates it, and not while it is being processed on another
+//    thread.
+// 2. A stop that is answered with 200 returns when no result of the request can run any more: every
+//    such stop waits while the request is being processed, whether or not it is the one that
+//    deallocates. On the monitor thread it does not wait: then it is inside that very result, and
+//    DNS-SD delivers none after it for a reference deallocated there; or inside the result of
+//    another request, and this one is not being processed.
+// 3. A poll entry names its element, not its descriptor. Elements that the poll set names are
+//    removed by the monitor thread alone, when it makes the next poll set. So an event on a
+//    descriptor number that the kernel has given to another request meets a closed element, and is
+//    dropped.
+// 4. A request id is taken while any element in the list has it, and search and insertion are one
+//    step under the lock. A watched request's element leaves the list in rescan and nowhere else.
+// 5. Without a control socket or a thread the monitor is not running, and every command is refused.
+//
+// No command waits for the monitor thread to read a control byte, so results may give any number of
+// commands: a byte that does not fit into the socket is not needed, since those in it cause a
+// rescan after it.
 #pragma once
 
 #include <dns_sd.h>
@@ -142,7 +149,7 @@ class MIRACAST_SIGMA_EXPORT MDnsSdChannel::Monitor {
     Monitor();
     Monitor(const Monitor&) = delete;
     Monitor& operator=(const Monitor&) = delete;
-    // Never called: the thread runs until the process ends.
+    // Only for one that does not run: the thread of another goes on with it until the process ends.
     virtual ~Monitor();
 
     bool isRunning() const { return mRunning; }
@@ -163,7 +170,8 @@ class MIRACAST_SIGMA_EXPORT MDnsSdChannel::Monitor {
     // another stop does, and the reference is not to be touched.
     DNSServiceRef* closeServiceRef(int requestId, bool* mine);
 
-    // Ends a request: one that was never watched at once, a watched one with the next rescan.
+    // Ends a request: one that was never watched at once, a watched one, whose reference has been
+    // closed and deallocated before, with the next rescan.
     void freeServiceRef(int requestId);
 
     // Starts or stops the platform's mDNS daemon and waits up to 5 seconds for it. -1 when that was
@@ -182,7 +190,9 @@ class MIRACAST_SIGMA_EXPORT MDnsSdChannel::Monitor {
     int rescan();
     void allocatePollSet(const char* formatFds, const char* formatRefs);
     void processEntry(int entry);
-    Element* find(int requestId);  // with mMonitorLock held
+    // With mMonitorLock held: what leads to the listed element, or to null.
+    Element** findLink(int requestId);
+    Element* find(int requestId);
     void requestRescan();
 
     Element* mElements = nullptr;  // newest first

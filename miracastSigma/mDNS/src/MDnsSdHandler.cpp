@@ -36,7 +36,10 @@ MDnsSdChannel::Handler::Handler(Monitor* monitor, MDnsSdChannel* channel)
     MDNS_LOGD("MDnsSdChannel::Hander starting up");
 }
 
-MDnsSdChannel::Handler::~Handler() = default;
+MDnsSdChannel::Handler::~Handler() {
+    // One that runs has a thread, and goes on with it.
+    if (!mMonitor->isRunning()) delete mMonitor;
+}
 
 int MDnsSdChannel::Handler::runCommand(MDnsResultListener* listener, int argc, char** argv) {
     if (argc < 2) {
@@ -102,9 +105,10 @@ int MDnsSdChannel::Handler::runCommand(MDnsResultListener* listener, int argc, c
 void MDnsSdChannel::Handler::registerFromText(MDnsResultListener* listener, char** argv) {
     const int requestId = atoi(argv[2]);
     const int port = atoi(argv[5]);
-    unsigned char txtRecord[kLargestTxtRecord] = {};
+    // One byte more: some decoders want a spare one behind a last group of one byte.
+    unsigned char txtRecord[kLargestTxtRecord + 1] = {};
     const int length = __b64_pton(argv[6], txtRecord, sizeof txtRecord);
-    if (length < 0) {
+    if (length < 0 || length > kLargestTxtRecord) {
         reply(listener, kMDnsRefused, "Could not decode txtRecord");
         return;
     }

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <new>
+#include <utility>
 
 #include "MDnsSdChannel.h"
 #include "cutils/properties.h"
@@ -57,18 +59,15 @@ MDnsSdChannel::Monitor::Monitor() {
         MDNS_LOGE("Error creating the monitor's control socket - got %d", errno);
         return;
     }
-    // Before the thread begins, which would otherwise be the first to know that it runs.
-    mRunning = true;
     pthread_t thread{};
     const int error = pthread_create(&thread, nullptr, threadStart, this);
     if (error != 0) {
         MDNS_LOGE("Error creating the monitor's thread - got %d", error);
-        mRunning = false;
-        close(mControlSocket[0]);
-        close(mControlSocket[1]);
+        for (int& end : mControlSocket) close(std::exchange(end, -1));
         return;
     }
     pthread_detach(thread);
+    mRunning = true;
 }
 
 MDnsSdChannel::Monitor::~Monitor() = default;
@@ -106,7 +105,10 @@ void MDnsSdChannel::Monitor::run() {
         mPollFds[0].revents = 0;
         if (!controlled) continue;
         char byte = 0;
-        if (TEMP_FAILURE_RETRY(read(mControlSocket[0], &byte, 1)) != 1) continue;
+        if (TEMP_FAILURE_RETRY(read(mControlSocket[0], &byte, 1)) != 1) {
+            MDNS_LOGE("Error in reading the control socket - got %d", errno);
+            continue;
+        }
         MDNS_LOGD("MDnsSdChannel::Monitor got %c", byte);
         if (byte == kRescanByte) pollCount = rescan();
     }
@@ -150,7 +152,6 @@ void MDnsSdChannel::Monitor::processEntry(int entry) {
 void MDnsSdChannel::Monitor::allocatePollSet(const char* formatFds, const char* formatRefs) {
     const auto capacity = static_cast<size_t>(mPollCapacity);
     const int size = mPollCapacity * 8;
-    static_assert(sizeof(pollfd) == 8 && sizeof(Element*) == 8);
     mPollFds.reset(static_cast<pollfd*>(calloc(capacity, sizeof(pollfd))));
     if (mPollFds == nullptr) __android_log_assert("(mPollFds == NULL)", "MDnsDS", formatFds, size);
     mPollRefs.reset(static_cast<Element**>(calloc(capacity, sizeof(Element*))));
@@ -197,20 +198,29 @@ int MDnsSdChannel::Monitor::rescan() {
     return count;
 }
 
+MDnsSdChannel::Monitor::Element** MDnsSdChannel::Monitor::findLink(int requestId) {
+    Element** link = &mElements;
+    while (*link != nullptr && (*link)->mRequestId != requestId) link = &(*link)->mNext;
+    return link;
+}
+
 MDnsSdChannel::Monitor::Element* MDnsSdChannel::Monitor::find(int requestId) {
-    Element* element = mElements;
-    while (element != nullptr && element->mRequestId != requestId) element = element->mNext;
-    return element;
+    return *findLink(requestId);
 }
 
 // Never waits: a full socket holds bytes that cause a rescan after this.
 void MDnsSdChannel::Monitor::requestRescan() {
-    (void)TEMP_FAILURE_RETRY(send(mControlSocket[1], &kRescanByte, 1, MSG_DONTWAIT | MSG_NOSIGNAL));
+    const ssize_t sent =
+        TEMP_FAILURE_RETRY(send(mControlSocket[1], &kRescanByte, 1, MSG_DONTWAIT | MSG_NOSIGNAL));
+    if (sent != 1 && errno != EAGAIN) MDNS_LOGE("Error in asking for a rescan - got %d", errno);
     MDNS_LOGD("triggering rescan");
 }
 
 DNSServiceRef* MDnsSdChannel::Monitor::allocateServiceRef(int requestId, Context* context) {
-    auto element = std::make_unique<Element>(requestId, context);
+    std::unique_ptr<Context> owned(context);
+    std::unique_ptr<Element> element(new (std::nothrow) Element(requestId, context));
+    if (element == nullptr) return nullptr;
+    (void)owned.release();
     const std::lock_guard lock(mMonitorLock);
     if (find(requestId) != nullptr) return nullptr;  // the context goes with the element
     element->mNext = mElements;
@@ -244,19 +254,20 @@ DNSServiceRef* MDnsSdChannel::Monitor::closeServiceRef(int requestId, bool* mine
     if (element == nullptr || element->mState == kAllocated) return nullptr;
     *mine = element->mRefOpen;
     element->mRefOpen = false;
+    DNSServiceRef* const ref = &element->mServiceRef;
     if (!pthread_equal(pthread_self(), mMonitorThread)) {
-        // By the turn, too: once this one is over, the element may go and its address come again.
+        // The element may be gone after the wait, when another stop was the one to deallocate, and
+        // its address may be that of another: it is only compared, and its turn with it.
         const uint64_t turn = mTurn;
         mProcessed.wait(lock, [&] { return mProcessing != element || mTurn != turn; });
     }
-    return &element->mServiceRef;
+    return ref;
 }
 
 void MDnsSdChannel::Monitor::freeServiceRef(int requestId) {
     MDNS_LOGD("freeServiceRef %d", requestId);
     const std::lock_guard lock(mMonitorLock);
-    Element** link = &mElements;
-    while (*link != nullptr && (*link)->mRequestId != requestId) link = &(*link)->mNext;
+    Element** const link = findLink(requestId);
     Element* const element = *link;
     if (element == nullptr) return;
     if (element->mState == kWatched) {
