@@ -10,10 +10,6 @@
 #include <filesystem>
 #include <iterator>
 
-#include "TextFormat.h"
-
-using hostplatform::format;
-using hostplatform::Journal;
 using hostplatform::JournalEntry;
 
 void Latch::open() {

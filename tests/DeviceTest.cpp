@@ -57,4 +57,4 @@ void DeviceTest::endUibcWorker() {
     uibc_complete_flag = 0;
 }
 
-FastDeviceTest::FastDeviceTest() { setTimeScale(1000); }
+FastDeviceTest::FastDeviceTest() { setTimeScale(200); }

@@ -37,7 +37,8 @@ class DeviceTest : public testing::Test {
     uint64_t mMark = 0;
 };
 
-// As DeviceTest, with device time passing 1000 times as fast.
+// As DeviceTest, with device time passing 200 times as fast: the minute in which a session has to
+// come up is still long enough for a busy machine.
 class FastDeviceTest : public DeviceTest {
  protected:
     FastDeviceTest();

@@ -18,6 +18,10 @@ namespace {
 
 constexpr uintptr_t kStep = 16;  // references look like pointers to something
 
+DNSServiceRef referenceOf(uintptr_t number) {
+    return reinterpret_cast<DNSServiceRef>(number * kStep);  // NOLINT(performance-no-int-to-ptr)
+}
+
 thread_local DNSServiceErrorType nextError = kDNSServiceErr_NoError;
 
 const char* textOr(const char* text) { return text == nullptr ? "(null)" : text; }
@@ -103,7 +107,7 @@ std::shared_ptr<FakeDnsSd::Reference> FakeDnsSd::use(DNSServiceRef ref, const ch
     auto reference = find(ref);
     if (reference == nullptr) {
         const auto value = reinterpret_cast<uintptr_t>(ref);
-        const bool known = value != 0 && value % kStep == 0 && value <= mNewest;
+        const bool known = value != 0 && value % kStep == 0 && value <= mNewest * kStep;
         violation(function, ref, known ? "after its deallocation" : "no reference");
     } else if (reference->deallocating) {
         violation(function, ref, "during its deallocation");
@@ -151,7 +155,7 @@ void FakeDnsSd::onDeallocate(Hook hook) {
 
 DNSServiceRef FakeDnsSd::newest() const {
     const std::lock_guard lock(mMutex);
-    return reinterpret_cast<DNSServiceRef>(mNewest);
+    return referenceOf(mNewest);
 }
 
 int FakeDnsSd::socketOf(DNSServiceRef ref) const {
@@ -185,8 +189,7 @@ DNSServiceErrorType FakeDnsSd::start(DNSServiceRef* ref, const std::string& call
     std::shared_ptr<const Hook> hook;
     {
         const std::lock_guard lock(mMutex);
-        mNewest += kStep;
-        *ref = reinterpret_cast<DNSServiceRef>(mNewest);
+        *ref = referenceOf(++mNewest);
         mReferences.emplace(*ref, std::move(reference));
         hook = mOnStart;
     }

@@ -91,7 +91,7 @@ class FakeDnsSd {
     std::atomic<bool> mJournalled{true};
     mutable std::mutex mMutex;  // guards everything below
     std::unordered_map<DNSServiceRef, std::shared_ptr<Reference>> mReferences;
-    uintptr_t mNewest = 0;
+    uintptr_t mNewest = 0;  // counts them
     uint64_t mReported = 0;
     std::vector<std::string> mViolations;
     std::shared_ptr<const Hook> mOnStart;

@@ -168,9 +168,9 @@ TEST_F(CommandsTest, RefusesWhatIsNotACommand) {
 
     for (const Operation& operation : kOperations) {
         const std::string word = operation.word;
-        for (const int difference : {-1, 1}) {
+        for (const size_t size : {operation.command.size() - 1, operation.command.size() + 1}) {
             Lines words = operation.command;
-            words.resize(static_cast<size_t>(static_cast<int>(words.size()) + difference), "x");
+            words.resize(size, "x");
             EXPECT_EQ(traceOf(words),
                       Lines{sent(501, "Invalid number of arguments to mdnssd " + word)});
         }
@@ -198,8 +198,12 @@ TEST_F(CommandsTest, RefusesAVectorWithoutACommandWord) {
 TEST_F(CommandsTest, AnswersTheListenerGivenAndReportsToTheChannels) {
     class Answers : public JournalListener {
      public:
-        int sendMsg(int code, const char* message, bool) override {
+        int sendMsg(int code, const char* message, bool /*flag*/) override {
             mGot += format("%d %s;", code, message);
+            return 0;
+        }
+        int sendBroadcast(int /*code*/, const char* message, bool /*flag*/) override {
+            mGot += format("%s;", message);
             return 0;
         }
         std::string mGot;
@@ -210,6 +214,7 @@ TEST_F(CommandsTest, AnswersTheListenerGivenAndReportsToTheChannels) {
     EXPECT_EQ(handler.runCommand(&answers, 4, arguments), 0);
     EXPECT_TRUE(library().answer(library().newest(), {}));
     EXPECT_TRUE(journal().waitFor("listener", "onDiscoverResult", marked()));
+    EXPECT_EQ(count("listener", "sendBroadcast(604, 7 "), 1U);
     char stopWord[] = "stop-discover";
     arguments[1] = stopWord;
     EXPECT_EQ(handler.runCommand(&answers, 3, arguments), 0);
@@ -255,6 +260,7 @@ TEST_F(CommandsTest, DecodesTxtRecords) {
         {"YQ = =", "1:61"},  // blanks do not count
         {encoded(256), decoded(256)},
         {encoded(1299), decoded(1299)},
+        {encoded(1300), decoded(1300)},
         {encoded(1301), ""},
         {encoded(4000), ""},
         {"!!!!", ""},

@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <set>
@@ -40,6 +41,14 @@ class MonitorTest : public ChannelTest {
         return journal()
             .waitFor("listener", format("sendBroadcast(604, %d ", requestId), marked())
             .has_value();
+    }
+    // How often the monitor has rescanned with this poll set and these requests.
+    size_t rescans(int size, int live) const {
+        const Lines lines = trace(monitorThread());
+        return static_cast<size_t>(
+            std::count(lines.begin(), lines.end(),
+                       format("D/MDnsDS: MDnsSdChannel::Monitor poll rescanning - size=%d, live=%d",
+                              size, live)));
     }
     // They are there before the start is answered.
     void browseWithTwoResults(int requestId) {
@@ -106,7 +115,7 @@ TEST_F(MonitorTest, GrowsThePollSet) {
         EXPECT_EQ(waitRescanned(), live + 1);
         // What the rescan finds; the one at 10 makes it 15, the one at 15 makes it 20.
         const int size = live <= 10 ? 10 : live <= 15 ? 15 : 20;
-        EXPECT_EQ(count("log", format("rescanning - size=%d, live=%d", size, live)), 1U);
+        EXPECT_EQ(rescans(size, live), 1U);
         for (int id = 1; id <= live; ++id) {
             EXPECT_TRUE(library().answer(refs.at(static_cast<size_t>(id - 1)), {}));
             EXPECT_TRUE(waitResult(id));
@@ -118,7 +127,7 @@ TEST_F(MonitorTest, GrowsThePollSet) {
     mark();
     browse(1);
     EXPECT_EQ(waitRescanned(), 2);
-    EXPECT_EQ(count("log", "rescanning - size=20, live=1"), 1U);
+    EXPECT_EQ(rescans(20, 1), 1U);
 }
 
 TEST_F(MonitorTest, LeavesOutARequestWithoutASocket) {
@@ -130,7 +139,7 @@ TEST_F(MonitorTest, LeavesOutARequestWithoutASocket) {
     EXPECT_EQ(count("log", line), 1U);
     const DNSServiceRef good = browse(2);
     EXPECT_EQ(waitRescanned(), 2);
-    EXPECT_EQ(count("log", "live=2"), 1U);
+    EXPECT_EQ(rescans(10, 2), 1U);
     EXPECT_TRUE(library().answer(lost, {}));
     EXPECT_TRUE(library().answer(good, {}));
     EXPECT_TRUE(waitResult(2));
@@ -225,6 +234,45 @@ TEST_F(MonitorTest, KeepsAnIdUntilTheMonitorHasRemovedIt) {
     EXPECT_EQ(stop(1), kUnknown);
     EXPECT_TRUE(library().answer(browse(1), {}));
     EXPECT_TRUE(waitResult(1));
+}
+
+// What the commands do not ask of it.
+TEST_F(MonitorTest, KeepsItsTableInOrder) {
+    auto& monitor = *new MDnsSdChannel::Monitor;
+    const auto context = [this] {
+        return new MDnsSdChannel::Context(mListener.get(), mChannel.get(), 1);
+    };
+    EXPECT_EQ(monitor.lookupServiceRef(1), nullptr);
+    monitor.startMonitoring(1);
+    monitor.freeServiceRef(1);
+    EXPECT_EQ(count("log", "triggering rescan"), 0U);
+
+    EXPECT_NE(monitor.allocateServiceRef(1, context()), nullptr);
+    EXPECT_EQ(monitor.allocateServiceRef(1, context()), nullptr);
+    monitor.freeServiceRef(1);
+    EXPECT_EQ(monitor.lookupServiceRef(1), nullptr);
+
+    // Freed again, a request stays listed for as long as the monitor may look at it.
+    auto* const used = context();
+    DNSServiceRef* const ref = monitor.allocateServiceRef(1, used);
+    ASSERT_NE(ref, nullptr);
+    EXPECT_EQ(monitor.lookupServiceRef(1), ref);
+    ASSERT_EQ(DNSServiceBrowse(ref, 0, 0, "_x._tcp", nullptr, MDnsSdListenerDiscoverCallback, used),
+              kDNSServiceErr_NoError);
+    mListener->onResult(1, Form::Parts, [&] {
+        bool mine = false;
+        EXPECT_EQ(monitor.closeServiceRef(1, &mine), ref);
+        EXPECT_TRUE(mine);
+        DNSServiceRefDeallocate(*ref);
+        monitor.freeServiceRef(1);
+        monitor.freeServiceRef(1);
+        EXPECT_EQ(monitor.lookupServiceRef(1), ref);
+    });
+    monitor.startMonitoring(1);
+    EXPECT_TRUE(library().answer(*ref, {}));
+    EXPECT_TRUE(journal().waitFor("log", "rescanning - size=10, live=0", marked()));
+    EXPECT_TRUE(isQuiet());
+    EXPECT_EQ(monitor.lookupServiceRef(1), nullptr);
 }
 
 TEST_F(MonitorTest, RefusesToStopWhatIsStillBeingStarted) {
@@ -325,6 +373,7 @@ TEST_F(MonitorTest, AStopWaitsForTheResultInProgress) {
         EXPECT_TRUE(running.wait());
         std::array<Latch, 2> returned;
         std::vector<std::thread> stoppers;
+        stoppers.reserve(returned.size());
         for (Latch& latch : returned) {
             stoppers.emplace_back([this, &ended, &latch] {
                 EXPECT_EQ(stop(1), kStopped);

@@ -31,7 +31,7 @@ int property_get(const char* key, char* value, const char* default_value) {
     if (states.size() > 1) states.erase(states.begin());
     Journal::instance().add("property", std::string(key) + " is " + state);
     if (state.empty() && default_value != nullptr) state = default_value;
-    strcpy(value, state.c_str());
+    memcpy(value, state.c_str(), state.size() + 1);
     return static_cast<int>(state.size());
 }
 

@@ -28,7 +28,8 @@ namespace {
 constexpr int kThreads = 4;
 constexpr int kIdsPerThread = 20;  // those of the last, virtual, thread are for results to start
 constexpr int kIds = (kThreads + 1) * kIdsPerThread;
-constexpr int kProbe = kIds;  // an id for looking whether everything is still in order
+constexpr int kProbe = kIds;  // ids from here on are for looking whether everything is in order
+constexpr int kProbes = 3;
 constexpr uint32_t kMostRequests = 1U << 22;
 
 struct Operation {
@@ -127,11 +128,12 @@ class Stress : public MDnsResultListener {
     std::atomic<uint32_t> mNumbers{0};
     // The started request of each id. Set only by the thread whose id it is, after the start; 0
     // from before the next start on.
-    std::array<std::atomic<uint32_t>, kIds + 1> mCurrent{};
+    std::array<std::atomic<uint32_t>, kIds + kProbes> mCurrent{};
     std::atomic<uint32_t> mReporting{0};  // whose result is running
     std::atomic<bool> mEnded{false};
     std::atomic<uint64_t> mStarted{0}, mRefused{0}, mStops{0}, mResults{0};
     Random mResultRandom;  // the monitor thread's
+    int mProbes = 0;
     std::set<int> mDescriptors;
     uint64_t mReportedBefore = 0;
     std::atomic<Latch*> mProbed{nullptr};
@@ -164,7 +166,7 @@ void Stress::start(int id, Random& random) {
     mRequests[number].id = id;
     auto& current = mCurrent.at(static_cast<size_t>(id));
     const uint32_t before = current.exchange(0);
-    const bool fails = id != kProbe && pick(random, 50) == 0;
+    const bool fails = id < kProbe && pick(random, 50) == 0;
     FakeDnsSd::failNextCall(fails ? kDNSServiceErr_NoMemory : kDNSServiceErr_NoError);
     const Reply reply = give(words);
     FakeDnsSd::failNextCall(kDNSServiceErr_NoError);
@@ -257,7 +259,7 @@ int Stress::sendBroadcast(int code, const char* message, bool /*flag*/) {
 
 void Stress::act(uint32_t number, Random& random) {
     const int id = mRequests[number].id;
-    if (id == kProbe) {
+    if (id >= kProbe) {
         if (Latch* const probed = mProbed.exchange(nullptr)) probed->open();
         return;
     }
@@ -303,7 +305,7 @@ void Stress::endResult() {
 void Stress::onStart(DNSServiceRef ref, uint32_t number) {
     Request& request = mRequests[number];
     request.ref = ref;
-    if (request.id == kProbe) return;
+    if (request.id >= kProbe) return;
     Random random(mSeed ^ number * 2654435761U);
     const uint32_t choice = pick(random, 200);
     if (choice == 0) library().loseSocket(ref);
@@ -317,12 +319,14 @@ void Stress::probe() {
     Random random(mSeed);
     Latch probed;
     mProbed = &probed;
-    start(kProbe, random);
-    const uint32_t number = mCurrent[kProbe];
+    // The id of the one before may still be in use.
+    const int id = kProbe + mProbes++;
+    start(id, random);
+    const uint32_t number = mCurrent.at(static_cast<size_t>(id));
     ASSERT_NE(number, 0U);
     answer(number, random);
     EXPECT_TRUE(probed.wait(std::chrono::seconds(60))) << "no result for a fresh request";
-    stop(kProbe, number, random);
+    stop(id, number, random);
 }
 
 void Stress::run(std::chrono::seconds duration) {
@@ -339,6 +343,7 @@ void Stress::run(std::chrono::seconds duration) {
     mDescriptors = openDescriptors();
 
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int thread = 0; thread < kThreads; ++thread) {
         threads.emplace_back([this, thread] { commands(thread); });
     }
@@ -377,7 +382,7 @@ TEST(MDnsStress, StartsAnswersAndStops) {
     const auto seed = static_cast<uint32_t>(
         environment("MDNS_STRESS_SEED", static_cast<long>(std::random_device()())));
     std::cout << "MDNS_STRESS_SEED=" << seed << " for " << duration.count() << " s\n";
-    if (!allowDescriptors(2 * kIds + 100)) GTEST_SKIP() << "the limit of open files";
+    if (!allowDescriptors(2 * (kIds + kProbes) + 100)) GTEST_SKIP() << "the limit of open files";
     Stress stress(seed);
     stress.run(duration);
     stress.finish();
