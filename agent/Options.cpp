@@ -60,7 +60,8 @@ std::optional<int> Options::parse(int argc, const char* const* argv) {
     app.add_option("--library", library,
                    "The library (default: beside the program or in ../lib from there)")
         ->type_name("PATH");
-    app.add_option("--journal", journal, "Write what the simulated device is made to do to a file")
+    app.add_option("--journal", journal,
+                   "Write commands, answers and what the simulated device is made to do to a file")
         ->type_name("FILE");
     app.add_flag("--trace", trace, "Print, under each command, what it made the device do");
     app.add_option("--time-scale", timeScale, "Device time passes this many times as fast")

@@ -19,7 +19,7 @@ using test::countOf;
 class AgentSession : public testing::Test {
  protected:
     // Sends `command`, expects its final line, and waits for each of `effects` in what the journal
-    // gained since the last call, without the log lines.
+    // gained since the last call, without the log lines and the commands.
     void step(const std::string& command, const std::string& answer,
               const std::vector<std::string>& effects) {
         EXPECT_EQ(mController.command(command), "status," + answer) << command;
@@ -59,7 +59,9 @@ class AgentSession : public testing::Test {
         std::istringstream lines(test::readFile(mDirectory.path("journal")));
         std::string result;
         for (std::string line; std::getline(lines, line);) {
-            if (line.find(" log ") == std::string::npos) result += line + '\n';
+            const bool device = line.find(" log  ") == std::string::npos &&
+                                line.find(" capi  ") == std::string::npos;
+            if (device) result += line + '\n';
         }
         return result;
     }
@@ -195,6 +197,24 @@ TEST(AgentScript, ExamplesSucceedAndTheTraceStandsUnderTheCommand) {
         ASSERT_NE(at, std::string::npos) << line << " is missing in\n" << output;
     }
     EXPECT_EQ(agent.output().find("    log "), std::string::npos);
+}
+
+TEST(AgentScript, JournalTellsCommandsAnswersAndEffectsInOrder) {
+    const test::TemporaryDirectory directory;
+    AgentProcess agent({"--trace", "--time-scale", "100", "--journal", directory.path("journal")},
+                       "sta_reset_default,DisplayR2,\x1b[1m \r\n#expect INVALID\nbeep\n");
+    EXPECT_EQ(agent.wait(), 0) << agent.errors();
+    const std::string journal = test::readFile(directory.path("journal"));
+    std::size_t at = 0;
+    for (const char* const line :
+         {" capi       sta_reset_default,DisplayR2,\\x1b[1m\n", " capi       status,RUNNING\n",
+          " binder     thread pool started\n", " capi       status,COMPLETE\n",
+          " capi       beep\n", " capi       status,INVALID,errorCode,-2\n"}) {
+        at = journal.find(line, at);
+        ASSERT_NE(at, std::string::npos) << line << " is missing in\n" << journal;
+    }
+    EXPECT_EQ(countOf(" capi ", journal), 5U) << journal;
+    EXPECT_EQ(countOf("    capi ", agent.output()), 0U) << agent.output();
 }
 
 TEST(AgentScript, TraceShowsWhatComesAfterTheLastCommand) {

@@ -27,8 +27,8 @@ struct JournalEntry {
     pid_t thread = 0;
     // "session" (calls on the session client), "report" (what it reports), "compositor", "audio",
     // "binder", "property" (properties set, services started and stopped), "tool" (shell tools),
-    // "memory" (allocations), "log" (log lines: priority letter,
-    // '/', tag, ": ", text).
+    // "memory" (allocations), "log" (log lines: priority letter, '/', tag, ": ", text), "capi"
+    // (what the agent was commanded and what it answered, line by line).
     std::string component;
     std::string text;
 };
