@@ -47,6 +47,7 @@ std::optional<int> Options::parse(int argc, const char* const* argv) {
         "Without FILE and --listen it reads commands from standard input.",
         "capi-agent");
     std::string listenText;
+    int waitSeconds = static_cast<int>(waitLimit.count());
     app.add_option("FILE", scripts, "Scripts to run, one after the other; - is standard input")
         ->type_name("");
     app.add_option("--listen", listenText,
@@ -66,6 +67,10 @@ std::optional<int> Options::parse(int argc, const char* const* argv) {
     app.add_flag("--trace", trace, "Print, under each command, what it made the device do");
     app.add_option("--time-scale", timeScale, "Device time passes this many times as fast")
         ->type_name("FACTOR");
+    app.add_option("--wait-limit", waitSeconds,
+                   "How many seconds a script waits at most for what its #wait asks for (60)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1, 3600).description(""));
     app.add_option("--peer", peer, "What the simulated peer does: answers, silent, refuses or late")
         ->type_name("PEER")
         ->transform(CLI::CheckedTransformer(kPeers, CLI::ignore_case).description(""));
@@ -79,6 +84,7 @@ std::optional<int> Options::parse(int argc, const char* const* argv) {
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : 2;
     }
+    waitLimit = std::chrono::seconds(waitSeconds);
     if (scripts.empty() && !listen) scripts.push_back("-");
     return std::nullopt;
 }

@@ -70,6 +70,7 @@ TEST(Script, TellsCommandsDirectivesAndComments) {
         const char* line;
         Kind kind;
         const char* text;
+        const char* component = "";
     } cases[] = {
         {"", Kind::Nothing, ""},
         {" \t\r", Kind::Nothing, ""},
@@ -81,14 +82,18 @@ TEST(Script, TellsCommandsDirectivesAndComments) {
         {"#expect COMPLETE", Kind::Expect, "COMPLETE"},
         {" #expect\t ERROR,errorCode,-1 \r", Kind::Expect, "ERROR,errorCode,-1"},
         {"#expect INVALID", Kind::Expect, "INVALID"},
+        {" #wait report\tSessionState:  x \r", Kind::Wait, "SessionState:  x", "report"},
+        {"# wait a moment", Kind::Nothing, ""},
     };
     for (const auto& c : cases) {
         const ScriptLine parsed = ScriptLine::parse(c.line);
         EXPECT_EQ(parsed.kind, c.kind) << c.line;
         EXPECT_EQ(parsed.text, c.text) << c.line;
+        EXPECT_EQ(parsed.component, c.component) << c.line;
     }
     for (const char* const line : {"#expect", "#expect ", "#expectCOMPLETE", "#expect complete",
-                                   "#expect RUNNING", "#expect COMPLETED", "#expected COMPLETE"}) {
+                                   "#expect RUNNING", "#expect COMPLETED", "#expected COMPLETE",
+                                   "#wait", "#wait report", "#waiting report x"}) {
         EXPECT_EQ(ScriptLine::parse(line).kind, Kind::Wrong) << line;
     }
 }
@@ -149,15 +154,10 @@ TEST(Options, ListenAddress) {
 
 TEST(Options, RefusesWhatItCannotDo) {
     const std::vector<std::string> cases[] = {
-        {"--bogus"},
-        {"--time-scale", "0"},
-        {"--time-scale", "-1"},
-        {"--time-scale", "x"},
-        {"--time-scale", "nan"},
-        {"--time-scale", "inf"},
-        {"--peer", "loud"},
-        {"--listen"},
-        {"--journal"},
+        {"--bogus"},           {"--time-scale", "0"},   {"--time-scale", "-1"},
+        {"--time-scale", "x"}, {"--time-scale", "nan"}, {"--time-scale", "inf"},
+        {"--wait-limit", "0"}, {"--wait-limit", "1.5"}, {"--peer", "loud"},
+        {"--listen"},          {"--journal"},
     };
     for (const auto& arguments : cases) {
         agent::Options options;
