@@ -205,7 +205,7 @@ TEST_F(CommandRunnerTest, TurnsResultsIntoStatusLines) {
         {"sta_reset_default", "status,COMPLETE"},
         {"sta_generate_event", "status,COMPLETE"},
         {"sta_preset_testparameters", "status,COMPLETE"},
-        {"sta_preset_testparameters,a", "status,COMPLETE,InstanceName,a  name"},
+        {"sta_preset_testparameters,a", "status,COMPLETE,InstanceName,a  source"},
         {"dev_send_frames,0", "refused"},
         {"dev_send,0", "refused"},
         {",dev_send_frame", "refused"},
@@ -214,6 +214,29 @@ TEST_F(CommandRunnerTest, TurnsResultsIntoStatusLines) {
 
     EXPECT_FALSE(runner.accept(Line{Line::Kind::TooLong, {}}));
     EXPECT_FALSE(runner.accept(Line{Line::Kind::HasNul, {}}));
+}
+
+TEST_F(CommandRunnerTest, LibraryKnowsTheRoleOfASinkWhenItIsPreset) {
+    CommandRunner runner(mLibrary);
+    const struct {
+        const char* parameters;
+        const char* role;
+    } cases[] = {
+        {"wfddevtype,p-sink", "sink"},
+        {"mdns_disc,enable,mdns_role,responder,WfdDevType, P-Sink ", "sink"},
+        {"wfddevtype,source", "source"},
+        {"wfddevtype,p-sink2", "source"},
+        {"testid,wfddevtype,Program,p-sink", "source"},
+    };
+    for (const auto& c : cases) {
+        *mLibrary.deviceType = 0;
+        const std::string answered =
+            answer(runner, std::string("sta_preset_testparameters,") + c.parameters);
+        EXPECT_EQ(answered.substr(answered.rfind(' ') + 1), c.role) << answered;
+        EXPECT_EQ(mLog, c.role == std::string("sink")
+                            ? "capi-agent: this device is a primary sink from now on\n"
+                            : "");
+    }
 }
 
 TEST_F(CommandRunnerTest, HandsStartParametersOn) {

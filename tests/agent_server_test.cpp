@@ -249,7 +249,7 @@ TEST(AgentStart, SaysInOneLineWhyItCannot) {
         {{"--listen", "192.0.2.1:" + port}, "cannot listen on 192.0.2.1"},
         {{"--library", directory.path("missing.so")}, "missing.so"},
         {{"--library", "missing.so"}, "missing.so"},
-        {{"--library", INCOMPLETE_LIBRARY_PATH}, "has no function sta_generate_event"},
+        {{"--library", INCOMPLETE_LIBRARY_PATH}, "does not export sta_generate_event"},
         {{directory.path("missing.capi")}, "cannot read the script"},
         {{directory.path("")}, "it is a directory"},
         {{"--journal", directory.path("missing/journal")}, "cannot write the journal"},
