@@ -1,4 +1,5 @@
-/* The agent's header stands alone, in C and (header_test.cpp) in C++. */
+/* The agent's headers stand alone, in C and (header_test.cpp) in C++. */
+#include "WfdDiscovery.h"
 #include "miracast_sigma.h"
 
 int headerTest(void);

@@ -51,16 +51,28 @@ typedef struct WiFiDisplayClient* MiracastSigmaClient;
 MIRACAST_SIGMA_EXPORT int sta_reset_default(const char* command);
 
 /*
+ * Hands the device a test's parameters. Ends an earlier registration and discovery of this device.
+ * With "mdns_disc" enable and "mdns_role" responder the device registers itself with DNS-SD as what
+ * "wfddevtype" says, p-sink or source, and the instance name under which it is registered is the
+ * answer: an empty text when there is none after 10 seconds. A registered sink starts a session
+ * with each source that asks it to connect, in the role that wfd_device_type says. Without an
+ * answer `response` receives null. Returns 0; -1 without a response address or without memory.
+ */
+MIRACAST_SIGMA_EXPORT int sta_preset_testparameters(const char* command, char** response);
+
+/*
  * Starts a session with a peer and answers its identifier ("%.8d").
  *   passThroughText  not looked at
  *   peerAddress      the peer's IPv4 address, dotted decimal; may be null
- *   port             the peer's RTSP control port
+ *   port             the peer's RTSP control port; -100: discover the peer (Wi-Fi Display R2)
  *   peerDeviceType   0: the peer is a source, 1: the peer is a primary sink; this device takes the
  *                    other role, in wfd_device_type
  *   response         receives the identifier
- * Blocks for up to about 60 seconds, until the session is established. Returns the session client's
- * result, or -1 without a response address, without memory, without a client, or when no session
- * came up.
+ * Blocks for up to about 60 seconds, until the session is established. A discovery takes up to 60
+ * seconds before that; when it finds a sink, the sink is asked to connect, which takes up to about
+ * 10 seconds; when it finds no peer, a source goes on with port 7236, a sink with -100. Returns the
+ * session client's result, or -1 without a response address, without memory, without a client, or
+ * when no session came up.
  */
 MIRACAST_SIGMA_EXPORT int start_wfd_connection(const char* passThroughText, const char* peerAddress,
                                                int port, int peerDeviceType, char** response);
@@ -157,6 +169,40 @@ MIRACAST_SIGMA_EXPORT int cmd_generate_UIBCEvent(int kind);
 MIRACAST_SIGMA_EXPORT void* miracast_playback_thread_entry(void* path);
 MIRACAST_SIGMA_EXPORT int miracast_playback_thread_create(void* path);
 
+/* --- Discovery of an R2 peer --------------------------------------------------------------- */
+
+/* The steps that sta_preset_testparameters and start_wfd_connection are made of. Those returning
+ * int return 0 where nothing else is said. */
+
+/* Empties instanceName, and ends registration and discovery. */
+MIRACAST_SIGMA_EXPORT void resetmDNSParams(void);
+
+/* Register this device, without waiting: a source with port 7236, a primary sink with the port on
+ * which it can be asked to connect. */
+MIRACAST_SIGMA_EXPORT int registerSource(void);
+MIRACAST_SIGMA_EXPORT int registerPrimarySink(void);
+
+/* instanceName, once there is a name in it, or after 10 seconds. */
+MIRACAST_SIGMA_EXPORT char* getInstanceName(void);
+
+/* Begins to look for the counterpart of a device type (0: source, else sink) and to resolve the
+ * first service that is found. */
+MIRACAST_SIGMA_EXPORT int discovermDNSPeer(int deviceType);
+
+/* Waits up to 60 seconds until a peer's IPv4 address is in actualvalues, and ends the discovery. -1
+ * when there is none. */
+MIRACAST_SIGMA_EXPORT int waitforDiscovery(void);
+
+/* The last resolved peer: its address, cut to fit `size` bytes with the end, and its port. */
+MIRACAST_SIGMA_EXPORT int getmDNSPeerIPandPort(char* address, int size, int* port);
+
+/* Asks the last resolved peer, a sink, to connect to `localPort` of this host. `localAddress` is
+ * not sent. */
+MIRACAST_SIGMA_EXPORT int triggerSinkConnection(const char* localAddress, int localPort);
+
+/* Looks for primary sinks for 20 seconds. */
+MIRACAST_SIGMA_EXPORT int discoverPrimarySink(void);
+
 /* --- Shared test state ---------------------------------------------------------------------- */
 
 /* Default RTSP session-management control port, for the agent; the library does not use it. */
@@ -185,10 +231,12 @@ MIRACAST_SIGMA_EXPORT extern pthread_t uibc_worker_handle;
 /* The last playback thread, joinable; whoever wants its resources back joins it. */
 MIRACAST_SIGMA_EXPORT extern pthread_t rtsp_playback_thread;
 
-/* The DNS-SD instance name that this device is registered under, empty when it is not. */
+/* The DNS-SD instance name that this device is registered under, empty when it is not. Filled on
+ * another thread: stable for the agent once the command that answers it has returned. */
 MIRACAST_SIGMA_EXPORT extern char instanceName[64];
 
-/* The last resolved R2 peer: 192 bytes, declared in MDnsWfdServiceInfo.h. */
+/* The last resolved R2 peer: 192 bytes, declared in MDnsWfdServiceInfo.h. Filled on another thread
+ * while a discovery runs. */
 struct MDnsWfdServiceInfo;
 MIRACAST_SIGMA_EXPORT extern struct MDnsWfdServiceInfo actualvalues;
 

@@ -5,6 +5,7 @@
 
 #include "binder/ProcessState.h"
 #include "bounded_copy.h"
+#include "local_address.h"
 #include "miracast_sigma.h"
 #include "osal/osal.h"
 #include "session_start.h"
@@ -13,6 +14,10 @@
 namespace {
 
 constexpr const char* kSourceFile = "miracastSigma/sigma_miracast";
+
+constexpr int kDiscoverPort = -100;  // asks for the peer to be discovered
+constexpr int kRtspControlPort = 7236;
+constexpr size_t kAddressSize = 32;
 
 // Makes the response text. Null, logged, without a response address or without memory.
 char* allocateSessionIdText(char** response) {
@@ -32,6 +37,23 @@ int finishStart(int result, char** response) {
         *response = nullptr;
     }
     return result;
+}
+
+// Finds the peer on the infrastructure network: fills this device's address in, and, when there is
+// a peer, the peer's address and port. A source asks its sink to connect.
+void discoverPeer(char (&peerAddress)[kAddressSize], int* port,
+                  char (&localAddress)[kAddressSize]) {
+    getSigmaLocalIpAddress(localAddress, kAddressSize, "wlan0");
+    printf("discovering mdns peer \n");
+    discovermDNSPeer(wfd_device_type);
+    const bool found = waitforDiscovery() == 0;
+    const bool isSource = wfd_device_type == 0;
+    if (found) {
+        getmDNSPeerIPandPort(peerAddress, kAddressSize, port);
+        printf("%s %d \n", peerAddress, *port);
+        if (isSource) triggerSinkConnection(localAddress, kRtspControlPort);
+    }
+    if (isSource) *port = kRtspControlPort;
 }
 
 }  // namespace
@@ -61,11 +83,13 @@ int start_wfd_connection(const char* passThroughText, const char* peerAddress, i
                          int peerDeviceType, char** response) {
     wfd_device_type = counterpartOf(peerDeviceType);
     if (allocateSessionIdText(response) == nullptr) return -1;
-    char peer[32] = "";
+    char peer[kAddressSize] = "";
+    char local[kAddressSize] = "";
     copyText(peer, peerAddress);
-    return finishStart(
-        startWfdConnection(passThroughText, peer, port, peerDeviceType, *response, nullptr),
-        response);
+    if (port == kDiscoverPort) discoverPeer(peer, &port, local);
+    return finishStart(startWfdConnection(passThroughText, peer, port, peerDeviceType, *response,
+                                          local[0] == '\0' ? nullptr : local),
+                       response);
 }
 
 int connect_go_start_wfd(const char* passThroughText, const char* peerAddress, int port,

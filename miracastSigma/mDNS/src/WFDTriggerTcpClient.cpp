@@ -1,0 +1,91 @@
+#include "WFDTriggerTcpClient.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+
+#include "osal/osal.h"
+#include "trigger_protocol.h"
+
+namespace {
+
+constexpr long kMaxWaitMs = 10000;
+constexpr uint32_t kRetryIntervalMs = 200;
+
+// The result of inet_pton.
+int fillAddress(sockaddr_in* target, const std::string& address, int port) {
+    *target = {};
+    target->sin_family = AF_INET;
+    target->sin_port = htons(static_cast<uint16_t>(port));
+    return inet_pton(AF_INET, address.c_str(), &target->sin_addr);
+}
+
+bool connectTo(int socket, const sockaddr_in& target) {
+    return connect(socket, reinterpret_cast<const sockaddr*>(&target), sizeof target) == 0;
+}
+
+}  // namespace
+
+WFDTriggerTcpClient::WFDTriggerTcpClient(const std::string& address, int port) : mAddress(address) {
+    if (!openSocket()) return;
+    sockaddr_in sink;
+    if (fillAddress(&sink, address, port) <= 0) {
+        TRIGGER_LOGE("client: inet_pton error for %s", address.c_str());
+        return;
+    }
+    mConnected = connectTo(mSocket, sink);
+    if (!mConnected) TRIGGER_LOGE("client connect failed with errno=%d", errno);
+}
+
+WFDTriggerTcpClient::~WFDTriggerTcpClient() { closeSocket(); }
+
+bool WFDTriggerTcpClient::openSocket() {
+    mSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (mSocket < 0) TRIGGER_LOGE("client: socket error %d", errno);
+    return mSocket >= 0;
+}
+
+void WFDTriggerTcpClient::closeSocket() {
+    if (mSocket >= 0) close(mSocket);
+    mSocket = -1;
+}
+
+void WFDTriggerTcpClient::retrytcpconnect(int port) {
+    if (mConnected) return;
+    sockaddr_in sink;
+    if (fillAddress(&sink, mAddress, port) <= 0) return;  // logged before: there is nobody to reach
+    const uint64_t start = osal_clock_ms();
+    closeSocket();
+    while (openSocket()) {
+        const bool connected = connectTo(mSocket, sink);
+        const int error = errno;
+        const long elapsed = static_cast<long>(osal_clock_ms() - start);
+        if (connected) {
+            TRIGGER_LOGE("client Connected");
+            return;
+        }
+        if (elapsed > kMaxWaitMs) {
+            TRIGGER_LOGE("client connect failed after waiting for %ld ms (MAX = %ld ms)", elapsed,
+                         kMaxWaitMs);
+            TRIGGER_LOGE("client failed with errno=%d", error);
+            return;
+        }
+        osal_sleep_ms(kRetryIntervalMs);
+        closeSocket();
+    }
+}
+
+bool WFDTriggerTcpClient::trigger(const std::string& /*address*/, int port) {
+    TRIGGER_LOGV("trigger %d", port);
+    const auto number = static_cast<uint16_t>(port);
+    const uint8_t command[kTriggerCommandSize] = {
+        0, kRequestConnection, static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number)};
+    // As write(), but a connection that is not there must not end the process with SIGPIPE.
+    const ssize_t written = send(mSocket, command, sizeof command, MSG_NOSIGNAL);
+    TRIGGER_LOGV("write %d %d %d %d", command[0], command[1], command[2], command[3]);
+    return written == kTriggerCommandSize;
+}
