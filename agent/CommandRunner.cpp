@@ -129,6 +129,8 @@ CommandRunner::CommandRunner(const SigmaLibrary& library) {
     };
     mHandlers = {
         {"sta_reset_default", plain(library.staResetDefault)},
+        {"sta_preset_testparameters",
+         [&library](const CapiCommand& command) { return preset(library, command); }},
         {"start_wfd_connection", starting(library.startWfdConnection)},
         {"connect_go_start_wfd", starting(library.connectGoStartWfd)},
         {"dev_send_frame", plain(library.devSendFrame)},
@@ -143,13 +145,6 @@ CommandRunner::CommandRunner(const SigmaLibrary& library) {
                  CAPI_AGENT_VERSION;
          }},
     };
-    if (library.staPresetTestparameters != nullptr) {
-        mHandlers["sta_preset_testparameters"] = [&library](const CapiCommand& command) {
-            return preset(library, command);
-        };
-    } else {
-        logLine("the library has no sta_preset_testparameters; that command will be INVALID");
-    }
 }
 
 std::optional<CapiCommand> CommandRunner::accept(const Line& line) const {

@@ -43,7 +43,7 @@ SigmaLibrary::SigmaLibrary(void* handle, const std::string& path)
       devExecAction(required<Command>(handle, "dev_exec_action", path)),
       staGenerateEvent(required<Command>(handle, "sta_generate_event", path)),
       staPresetTestparameters(
-          reinterpret_cast<AnsweringCommand*>(dlsym(handle, "sta_preset_testparameters"))),
+          required<AnsweringCommand>(handle, "sta_preset_testparameters", path)),
       deviceType(required<std::atomic<std::int32_t>>(handle, "wfd_device_type", path)),
       playbackThread(static_cast<pthread_t*>(dlsym(handle, "rtsp_playback_thread"))) {}
 

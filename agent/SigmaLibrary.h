@@ -31,8 +31,6 @@ class SigmaLibrary {
     Command* const devSendFrame;
     Command* const devExecAction;
     Command* const staGenerateEvent;
-
-    // Null when this library does not have it.
     AnsweringCommand* const staPresetTestparameters;
 
     // This device's role in a session that a peer asks for: 0 source, 1 primary sink.
