@@ -4,7 +4,7 @@
 install_packages() {
     local package missing=() root=()
     for package in "$@"; do
-        dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q '^install ok installed$' ||
+        dpkg-query -W -f='${Status}\n' "$package" 2>/dev/null | grep -q '^install ok installed$' ||
             missing+=("$package")
     done
     [ ${#missing[@]} -gt 0 ] || return 0
