@@ -34,6 +34,8 @@ build_preset() { # PRESET DIRECTORY [TARGET...]
         cat "$log" >&2
         return 1
     fi
+    # What root builds, the tree's owner can build on.
+    if [ "$(id -u)" -eq 0 ]; then chown -R --reference=. "$directory"; fi
 }
 
 # For both front doors, which share a build directory.

@@ -23,9 +23,14 @@ give_up() {
 outside() { # [SINK.capi SOURCE.capi]
     case $# in
         0) set -- "$home/examples/r2_sink.capi" "$home/examples/r2_source.capi" ;;
-        2) set -- "$(realpath -- "$1")" "$(realpath -- "$2")" ;;
+        2) ;;
         *) give_up "takes a script for the sink and one for the source, or nothing" ;;
     esac
+    local script scripts=()
+    for script in "$@"; do
+        if [ ! -f "$script" ] || [ ! -r "$script" ]; then give_up "cannot read $script"; fi
+        scripts+=("$(realpath -- "$script")")
+    done
     [ "$(id -u)" -eq 0 ] || give_up "needs root, to make network namespaces"
     local namespaces=(unshare --net --mount --pid --fork --mount-proc --kill-child)
     "${namespaces[@]}" true 2>/dev/null ||
@@ -42,7 +47,8 @@ outside() { # [SINK.capi SOURCE.capi]
     fi
     export COLUMNS
     # unshare itself does not hear SIGINT and SIGTERM, so it is killed; and it dies with this shell.
-    setpriv --pdeathsig KILL "${namespaces[@]}" "$BASH" "$home/scripts/two_hosts.sh" --inside "$@" &
+    setpriv --pdeathsig KILL "${namespaces[@]}" "$BASH" "$home/scripts/two_hosts.sh" --inside \
+        "${scripts[@]}" &
     trap 'end_by INT' INT
     trap 'end_by TERM' TERM
     trap 'end_by HUP' HUP
@@ -95,7 +101,7 @@ await_daemon() { # NAME
 }
 
 run_agent() { # NAME SCRIPT
-    on_host "$1" "$home/build/bin/capi-agent" --peer answers --time-scale $time_scale \
+    on_host "$1" "$home/build/bin/capi-agent" --peer linked --time-scale $time_scale \
         --wait-limit 30 --journal "$work/$1.journal" "$2" >"$work/$1.out" 2>"$work/$1.err"
 }
 
