@@ -35,7 +35,7 @@ build_preset() { # PRESET DIRECTORY [TARGET...]
         return 1
     fi
     # What root builds, the tree's owner can build on.
-    if [ "$(id -u)" -eq 0 ]; then chown -R --reference=. "$directory"; fi
+    if [ "$(id -u)" -eq 0 ]; then chown -R --reference=. "$directory" || true; fi
 }
 
 # For both front doors, which share a build directory.
