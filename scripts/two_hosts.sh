@@ -157,6 +157,7 @@ inside() { # SINK.capi SOURCE.capi
     export ANDROID_LOG_TAGS=${ANDROID_LOG_TAGS-*:S}
     local name status=0 result
     local -A agents
+    : >"$work/sink.journal" >"$work/source.journal"  # an agent that cannot start writes none
     run_agent sink "$1" & agents[sink]=$!
     run_agent source "$2" & agents[source]=$!
     for name in sink source; do
