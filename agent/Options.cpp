@@ -58,6 +58,10 @@ std::optional<int> Options::parse(int argc, const char* const* argv) {
             listen = parseEndpoint(text);
             return listen ? std::string() : "not [ADDR:]PORT: " + text;
         });
+    app.add_option("--wait-limit", waitSeconds,
+                   "How many seconds a script waits at most for what its #wait asks for (60)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1, 3600).description(""));
     app.add_option("--library", library,
                    "The library (default: beside the program or in ../lib from there)")
         ->type_name("PATH");
@@ -67,10 +71,6 @@ std::optional<int> Options::parse(int argc, const char* const* argv) {
     app.add_flag("--trace", trace, "Print, under each command, what it made the device do");
     app.add_option("--time-scale", timeScale, "Device time passes this many times as fast")
         ->type_name("FACTOR");
-    app.add_option("--wait-limit", waitSeconds,
-                   "How many seconds a script waits at most for what its #wait asks for (60)")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(1, 3600).description(""));
     app.add_option("--peer", peer, "What the simulated peer does: answers, silent, refuses or late")
         ->type_name("PEER")
         ->transform(CLI::CheckedTransformer(kPeers, CLI::ignore_case).description(""));

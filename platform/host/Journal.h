@@ -27,8 +27,9 @@ struct JournalEntry {
     pid_t thread = 0;
     // "session" (calls on the session client), "report" (what it reports), "compositor", "audio",
     // "binder", "property" (properties set, services started and stopped), "tool" (shell tools),
-    // "memory" (allocations), "log" (log lines: priority letter, '/', tag, ": ", text), "capi"
-    // (what the agent was commanded and what it answered, line by line).
+    // "memory" (allocations), "log" (log lines: priority letter,
+    // '/', tag, ": ", text).
+    // And of the agent: "capi" (its command lines and what it answers them).
     std::string component;
     std::string text;
 };
