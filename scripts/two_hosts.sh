@@ -121,7 +121,7 @@ show() {
         }
         $5 == "log" || $5 == "memory" || $6 == "status,RUNNING" { next }
         {
-            host = $1; time = $3; component = $5
+            host = $1; time = substr($3, 1, 12); component = $5
             sub(/^[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +/, "")
             text = component == "capi" ? $0 : sprintf("    %-10s %s", component, $0)
             while (text != "") {
@@ -153,7 +153,7 @@ inside() { # SINK.capi SOURCE.capi
     await_daemon source
     trap - ERR
 
-    echo "Two hosts are up, their agents run; this takes about half a minute" >&2
+    echo "Two hosts are up, their agents run; this takes about ten seconds" >&2
     export ANDROID_LOG_TAGS=${ANDROID_LOG_TAGS-*:S}
     local name status=0 result
     local -A agents

@@ -34,7 +34,8 @@ struct JournalEntry {
     std::string text;
 };
 
-// One line, without its end: time, thread, component and text, control characters escaped.
+// One line, without its end: time, thread, component and text, control characters escaped. The time
+// is local and in microseconds, so that the journals of two devices on one machine can be merged.
 std::string toString(const JournalEntry& entry);
 
 class Journal {
