@@ -46,7 +46,7 @@ outside() { # [SINK.capi SOURCE.capi]
         if [ -t 1 ]; then COLUMNS=$(tput cols 2>/dev/null) || COLUMNS=160; fi
     fi
     export COLUMNS
-    # unshare itself does not hear SIGINT and SIGTERM, so it is killed; and it dies with this shell.
+    # unshare is deaf to SIGINT and SIGTERM. It dies with this shell, and what is inside with it.
     setpriv --pdeathsig KILL "${namespaces[@]}" "$BASH" "$home/scripts/two_hosts.sh" --inside \
         "${scripts[@]}" &
     trap 'end_by INT' INT
@@ -56,7 +56,10 @@ outside() { # [SINK.capi SOURCE.capi]
 }
 
 end_by() { # SIGNAL
-    kill -KILL $!
+    # The first process inside, which unshare then takes away: orphaned, it could stay as a zombie.
+    local first
+    first=$(cat "/proc/$!/task/$!/children" 2>/dev/null) || first=
+    kill -KILL ${first:-$!}
     wait $! 2>/dev/null || true
     trap - "$1"
     kill -"$1" $$
