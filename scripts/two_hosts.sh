@@ -46,9 +46,10 @@ outside() { # [SINK.capi SOURCE.capi]
         if [ -t 1 ]; then COLUMNS=$(tput cols 2>/dev/null) || COLUMNS=160; fi
     fi
     export COLUMNS
-    # unshare is deaf to SIGINT and SIGTERM. It dies with this shell, and what is inside with it.
+    # unshare is deaf to SIGINT and SIGTERM. It dies with this shell, and what is inside with it. Its
+    # own standard error gets only what it says of an interruption.
     setpriv --pdeathsig KILL "${namespaces[@]}" "$BASH" "$home/scripts/two_hosts.sh" --inside \
-        "${scripts[@]}" &
+        "${scripts[@]}" 3>&2 2>/dev/null &
     trap 'end_by INT' INT
     trap 'end_by TERM' TERM
     trap 'end_by HUP' HUP
@@ -143,6 +144,7 @@ show() {
 }
 
 inside() { # SINK.capi SOURCE.capi
+    exec 2>&3 3>&-
     set -E
     trap 'give_up "the two hosts cannot be made"' ERR
     mount -t tmpfs -o mode=755 tmpfs /run
