@@ -127,7 +127,7 @@ show() {
         {
             host = $1; time = substr($3, 1, 12); component = $5
             sub(/^[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +/, "")
-            text = component == "capi" ? $0 : sprintf("    %-10s %s", component, $0)
+            text = component == "capi" ? $0 : sprintf("  %-10s %s", component, $0)
             while (text != "") {
                 end = length(text)
                 if (end > column) {
@@ -136,7 +136,7 @@ show() {
                 }
                 part = substr(text, 1, end)
                 text = substr(text, end + 1)
-                if (text != "") text = "        " text
+                if (text != "") text = "      " text
                 if (host == "sink") row(time, part, ""); else row(time, "", part)
                 time = ""
             }
