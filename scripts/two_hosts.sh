@@ -68,8 +68,8 @@ end_by() { # SIGNAL
 
 # --- Inside --------------------------------------------------------------------------------------
 
-on_host() { # NAME COMMAND...
-    ip netns exec "$1" env "DBUS_SYSTEM_BUS_ADDRESS=unix:path=$work/$1.bus" "${@:2}"
+exec_on_host() { # NAME COMMAND...
+    exec ip netns exec "$1" env "DBUS_SYSTEM_BUS_ADDRESS=unix:path=$work/$1.bus" "${@:2}"
 }
 
 make_host() { # NAME ADDRESS
@@ -89,7 +89,7 @@ publish-workstation=no
 [rlimits]
 END
     # Each daemon has a directory of its own for the number of its process.
-    on_host "$1" sh -c 'mount -t tmpfs tmpfs /run/avahi-daemon && exec "$@"' sh \
+    exec_on_host "$1" sh -c 'mount -t tmpfs tmpfs /run/avahi-daemon && exec "$@"' sh \
         avahi-daemon --no-drop-root --no-chroot "--file=$work/$1.conf" >"$work/$1.daemon" 2>&1 &
 }
 
@@ -105,7 +105,7 @@ await_daemon() { # NAME
 }
 
 run_agent() { # NAME SCRIPT
-    on_host "$1" "$home/build/bin/capi-agent" --peer linked --time-scale $time_scale \
+    exec_on_host "$1" "$home/build/bin/capi-agent" --peer linked --time-scale $time_scale \
         --wait-limit 30 --journal "$work/$1.journal" "$2" >"$work/$1.out" 2>"$work/$1.err"
 }
 
@@ -160,16 +160,22 @@ inside() { # SINK.capi SOURCE.capi
 
     echo "Two hosts are up, their agents run; this takes about ten seconds" >&2
     export ANDROID_LOG_TAGS=${ANDROID_LOG_TAGS-*:S}
-    local name status=0 result
-    local -A agents
+    local name process status=0 result
+    local -A agents  # those that run, by process
     : >"$work/sink.journal" >"$work/source.journal"  # an agent that cannot start writes none
-    run_agent sink "$1" & agents[sink]=$!
-    run_agent source "$2" & agents[source]=$!
-    for name in sink source; do
+    run_agent sink "$1" & agents[$!]=sink
+    run_agent source "$2" & agents[$!]=source
+    while [ ${#agents[@]} -gt 0 ]; do
         result=0
-        wait "${agents[$name]}" || result=$?
-        [ $result -eq 0 ] || status=1
+        wait -n -p process "${!agents[@]}" || result=$?
+        name=${agents[$process]}
         echo "the agent of the $name ended with status $result" >>"$work/$name.err"
+        unset "agents[$process]"
+        if [ $result -ne 0 ]; then
+            status=1
+            # What the other one still waits for will not come.
+            if [ ${#agents[@]} -gt 0 ]; then kill -TERM "${!agents[@]}"; fi
+        fi
     done
     show
     if [ $status -ne 0 ]; then
