@@ -136,6 +136,7 @@ show() {
                 }
                 part = substr(text, 1, end)
                 text = substr(text, end + 1)
+                sub(/^ +/, "", text)
                 if (text != "") text = "      " text
                 if (host == "sink") row(time, part, ""); else row(time, "", part)
                 time = ""
