@@ -401,6 +401,7 @@ TEST_F(SessionLinkTest, StrangersNeitherMakeASessionNorKeepTheSinkOut) {
     Controller(mPort).send("wfd-si");
     std::vector<std::unique_ptr<Controller>> silent(40);
     for (auto& stranger : silent) stranger = std::make_unique<Controller>(mPort);
+    EXPECT_EQ(silent.front()->readLine(), "(end)");
     EXPECT_EQ(reports("source"), Texts{});
     EXPECT_EQ(count("link", "connected to"), 0U);
 
