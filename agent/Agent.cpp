@@ -43,7 +43,7 @@ Agent::Agent(const Options& options)
       mLibrary(options.library.empty() ? SigmaLibrary::defaultPath() : options.library),
       mRunner(mLibrary),
       mCommands(mRunner, options.trace),
-      mScripts(options.scripts, mCommands, mRunner),
+      mScripts(options.scripts, mCommands, mRunner, options.waitLimit),
       mSignals(mContext, SIGINT, SIGTERM) {
     surviveBrokenPipes();
     if (options.listen) mServer.emplace(mContext, *options.listen, mCommands, mRunner);

@@ -19,6 +19,9 @@ namespace {
 // Asks for the peer's address and port to be discovered.
 constexpr int kDiscoverPort = -100;
 
+constexpr int kSource = 0;
+constexpr int kPrimarySink = 1;
+
 // A text that the library allocated and leaves to its caller, whatever it returned.
 class Response {
  public:
@@ -60,8 +63,8 @@ std::optional<int> parsePort(const std::string& text) {
 }
 
 std::optional<int> parseDeviceType(const std::string& text) {
-    if (equalsIgnoreCase(text, "source")) return 0;
-    if (equalsIgnoreCase(text, "p-sink")) return 1;
+    if (equalsIgnoreCase(text, "source")) return kSource;
+    if (equalsIgnoreCase(text, "p-sink")) return kPrimarySink;
     return std::nullopt;
 }
 
@@ -72,9 +75,16 @@ std::string refuse(const CapiCommand& command, const char* parameter, const std:
     return kInvalid;
 }
 
-std::string preset(SigmaLibrary::AnsweringCommand* function, const CapiCommand& command) {
+std::string preset(const SigmaLibrary& library, const CapiCommand& command) {
+    // Once this sink is registered, a source can ask it for a session at any time. The library
+    // learns its role from a start command only, and there is none on a sink that is asked.
+    if (parseDeviceType(command.parameter("wfddevtype")) == kPrimarySink) {
+        *library.deviceType = kPrimarySink;
+        logLine("this device is a primary sink from now on");
+    }
     Response response;
-    const int result = function(command.parameters().c_str(), response.address());
+    const int result =
+        library.staPresetTestparameters(command.parameters().c_str(), response.address());
     if (!completed(result) || response.empty()) return finalLine(result);
     return finalLine(result) + ",InstanceName," + response.value();
 }
@@ -119,6 +129,8 @@ CommandRunner::CommandRunner(const SigmaLibrary& library) {
     };
     mHandlers = {
         {"sta_reset_default", plain(library.staResetDefault)},
+        {"sta_preset_testparameters",
+         [&library](const CapiCommand& command) { return preset(library, command); }},
         {"start_wfd_connection", starting(library.startWfdConnection)},
         {"connect_go_start_wfd", starting(library.connectGoStartWfd)},
         {"dev_send_frame", plain(library.devSendFrame)},
@@ -133,13 +145,6 @@ CommandRunner::CommandRunner(const SigmaLibrary& library) {
                  CAPI_AGENT_VERSION;
          }},
     };
-    if (library.staPresetTestparameters != nullptr) {
-        mHandlers["sta_preset_testparameters"] = [&library](const CapiCommand& command) {
-            return preset(library.staPresetTestparameters, command);
-        };
-    } else {
-        logLine("the library has no sta_preset_testparameters; that command will be INVALID");
-    }
 }
 
 std::optional<CapiCommand> CommandRunner::accept(const Line& line) const {

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "Journal.h"
 #include "Text.h"
 
 namespace agent {
@@ -49,12 +50,14 @@ void CommandThread::run(const std::string& shown, const std::optional<CapiComman
         return;
     }
     if (mTraced) mTrace.print();  // what an earlier command caused late stands under that command
-    if (echo) {
-        std::puts(shown.c_str());
-        if (command) std::puts(kRunning);
-    }
+    const auto tell = [echo](const std::string& line) {
+        hostplatform::Journal::instance().add("capi", line);
+        if (echo) std::puts(line.c_str());
+    };
+    tell(shown);
+    if (command) tell(kRunning);
     const std::string answer = command ? mRunner.run(*command) : kInvalid;
-    if (echo) std::puts(answer.c_str());
+    tell(answer);
     done(answer);
     done = nullptr;  // who asked does not have to live through the trace
     if (mTraced) {

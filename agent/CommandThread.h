@@ -30,8 +30,8 @@ class CommandThread {
     CommandThread& operator=(const CommandThread&) = delete;
 
     // `command` is what the runner accepted of `line`; without it the line is answered INVALID in
-    // its turn. With `echo`, or with the trace, the line and its answers are printed on standard
-    // output. Callable on any thread.
+    // its turn. The line and its answers go to the journal's component "capi", and with `echo`, or
+    // with the trace, to standard output. Callable on any thread.
     void post(const Line& line, std::optional<CapiCommand> command, bool echo, Done done);
 
     // From now on no command is started. Callable on any thread.

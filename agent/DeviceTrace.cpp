@@ -18,7 +18,7 @@ bool waitDeviceAtRest(std::chrono::milliseconds timeout) {
 void DeviceTrace::print() {
     for (const auto& entry : hostplatform::Journal::instance().entries(mNext)) {
         mNext = entry.sequence + 1;
-        if (entry.component == "log") continue;
+        if (entry.component == "log" || entry.component == "capi") continue;
         std::printf("    %-10s %s\n", entry.component.c_str(), printable(entry.text, 1000).c_str());
     }
 }

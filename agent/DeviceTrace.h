@@ -10,8 +10,8 @@ namespace agent {
 // at most `timeout` of real time; false on timeout. Callable on any thread.
 bool waitDeviceAtRest(std::chrono::milliseconds timeout);
 
-// Prints the simulated device's journal on standard output, indented, without the log lines. Not
-// for use by several threads at once.
+// Prints the simulated device's journal on standard output, indented, without the log lines and
+// without the commands, under which it stands. Not for use by several threads at once.
 class DeviceTrace {
  public:
     // Prints what was added since the last call.

@@ -47,6 +47,7 @@ std::optional<int> Options::parse(int argc, const char* const* argv) {
         "Without FILE and --listen it reads commands from standard input.",
         "capi-agent");
     std::string listenText;
+    int waitSeconds = static_cast<int>(waitLimit.count());
     app.add_option("FILE", scripts, "Scripts to run, one after the other; - is standard input")
         ->type_name("");
     app.add_option("--listen", listenText,
@@ -57,10 +58,15 @@ std::optional<int> Options::parse(int argc, const char* const* argv) {
             listen = parseEndpoint(text);
             return listen ? std::string() : "not [ADDR:]PORT: " + text;
         });
+    app.add_option("--wait-limit", waitSeconds,
+                   "How many seconds a script waits at most for what its #wait asks for (60)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1, 3600).description(""));
     app.add_option("--library", library,
                    "The library (default: beside the program or in ../lib from there)")
         ->type_name("PATH");
-    app.add_option("--journal", journal, "Write what the simulated device is made to do to a file")
+    app.add_option("--journal", journal,
+                   "Write commands, answers and what the simulated device is made to do to a file")
         ->type_name("FILE");
     app.add_flag("--trace", trace, "Print, under each command, what it made the device do");
     app.add_option("--time-scale", timeScale, "Device time passes this many times as fast")
@@ -78,6 +84,7 @@ std::optional<int> Options::parse(int argc, const char* const* argv) {
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : 2;
     }
+    waitLimit = std::chrono::seconds(waitSeconds);
     if (scripts.empty() && !listen) scripts.push_back("-");
     return std::nullopt;
 }

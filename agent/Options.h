@@ -2,6 +2,7 @@
 #pragma once
 
 #include <asio/ip/tcp.hpp>
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,6 +19,7 @@ struct Options {
     std::string journal;  // empty: none
     bool trace = false;
     double timeScale = 1;
+    std::chrono::seconds waitLimit{60};
     hostplatform::Peer peer = hostplatform::Peer::Answers;
 
     // Fills `*this` from the arguments of main. Returns the program's exit status when there is

@@ -14,9 +14,11 @@
 #include <utility>
 
 #include "DeviceTrace.h"
+#include "Journal.h"
 #include "Log.h"
 #include "Script.h"
 #include "StartError.h"
+#include "Text.h"
 
 namespace agent {
 
@@ -51,8 +53,11 @@ FileDescriptor openScript(const std::string& path) {
 }  // namespace
 
 ScriptRunner::ScriptRunner(const std::vector<std::string>& paths, CommandThread& commands,
-                           const CommandRunner& runner)
-    : mCommands(commands), mRunner(runner), mStopEvent(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+                           const CommandRunner& runner, std::chrono::seconds waitLimit)
+    : mCommands(commands),
+      mRunner(runner),
+      mWaitLimit(waitLimit),
+      mStopEvent(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (mStopEvent.get() < 0) throw StartError("cannot run scripts: " + errorText());
     for (const std::string& path : paths) {
         mInputs.push_back({path == "-" ? "(standard input)" : path, openScript(path)});
@@ -78,6 +83,7 @@ void ScriptRunner::stop() {
 void ScriptRunner::runScript(const Input& input) {
     mName = input.name;
     mLineNumber = 0;
+    mWaitFrom = hostplatform::Journal::instance().mark();
     LineSplitter splitter;
     while (!mStopped) {
         const std::string bytes = readSome(input);
@@ -94,7 +100,7 @@ void ScriptRunner::onLine(const Line& line) {
     ++mLineNumber;
     const ScriptLine parsed = line.kind == Line::Kind::Text
                                   ? ScriptLine::parse(line.text)
-                                  : ScriptLine{ScriptLine::Kind::Command, {}};
+                                  : ScriptLine{ScriptLine::Kind::Command, {}, {}};
     switch (parsed.kind) {
         case ScriptLine::Kind::Nothing:
             break;
@@ -107,6 +113,9 @@ void ScriptRunner::onLine(const Line& line) {
             break;
         case ScriptLine::Kind::Settle:
             if (!waitDeviceAtRest(kSettleWait)) fail("the device does not come to rest");
+            break;
+        case ScriptLine::Kind::Wait:
+            waitFor(parsed.component, parsed.text);
             break;
         case ScriptLine::Kind::Command:
             runCommand(line);
@@ -124,6 +133,23 @@ void ScriptRunner::runCommand(const Line& line) {
         fail("expected status," + mExpectation.value_or("COMPLETE") + ", got " + *answer);
     }
     mExpectation.reset();
+}
+
+void ScriptRunner::waitFor(const std::string& component, const std::string& text) {
+    // In short pieces, so that stop() is heard.
+    constexpr std::chrono::milliseconds kPiece{50};
+    const auto& journal = hostplatform::Journal::instance();
+    const auto deadline = std::chrono::steady_clock::now() + mWaitLimit;
+    while (!mStopped) {
+        if (const auto entry = journal.waitFor(component, text, mWaitFrom, kPiece)) {
+            mWaitFrom = entry->sequence + 1;
+            return;
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            fail("waited in vain for \"" + printable(text) + "\" of " + printable(component));
+            return;
+        }
+    }
 }
 
 // An expectation that no command has met checks nothing.

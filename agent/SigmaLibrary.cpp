@@ -23,11 +23,12 @@ void* load(const std::string& path) {
     return handle;
 }
 
-template <typename Function>
-Function* required(void* handle, const char* name, const std::string& path) {
+// A function or a variable.
+template <typename Type>
+Type* required(void* handle, const char* name, const std::string& path) {
     void* const symbol = dlsym(handle, name);
-    if (symbol == nullptr) throw StartError("the library " + path + " has no function " + name);
-    return reinterpret_cast<Function*>(symbol);
+    if (symbol == nullptr) throw StartError("the library " + path + " does not export " + name);
+    return reinterpret_cast<Type*>(symbol);
 }
 
 }  // namespace
@@ -42,7 +43,8 @@ SigmaLibrary::SigmaLibrary(void* handle, const std::string& path)
       devExecAction(required<Command>(handle, "dev_exec_action", path)),
       staGenerateEvent(required<Command>(handle, "sta_generate_event", path)),
       staPresetTestparameters(
-          reinterpret_cast<AnsweringCommand*>(dlsym(handle, "sta_preset_testparameters"))),
+          required<AnsweringCommand>(handle, "sta_preset_testparameters", path)),
+      deviceType(required<std::atomic<std::int32_t>>(handle, "wfd_device_type", path)),
       playbackThread(static_cast<pthread_t*>(dlsym(handle, "rtsp_playback_thread"))) {}
 
 std::string SigmaLibrary::defaultPath() {

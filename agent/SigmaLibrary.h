@@ -3,6 +3,8 @@
 
 #include <pthread.h>
 
+#include <atomic>
+#include <cstdint>
 #include <string>
 
 namespace agent {
@@ -16,7 +18,7 @@ class SigmaLibrary {
     using StartCommand = int(const char* text, const char* peerAddress, int port,
                              int peerDeviceType, char** response);
 
-    // Throws StartError when the file cannot be loaded or lacks a function.
+    // Throws StartError when the file cannot be loaded or lacks something that is used here.
     explicit SigmaLibrary(const std::string& path);
 
     // The library beside the program's own file, or else in ../lib from there. Throws StartError
@@ -29,9 +31,10 @@ class SigmaLibrary {
     Command* const devSendFrame;
     Command* const devExecAction;
     Command* const staGenerateEvent;
-
-    // Null when this library does not have it.
     AnsweringCommand* const staPresetTestparameters;
+
+    // This device's role in a session that a peer asks for: 0 source, 1 primary sink.
+    std::atomic<std::int32_t>* const deviceType;
 
     // Where dev_exec_action leaves the handle of a joinable thread; null when there is no such
     // word.

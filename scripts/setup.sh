@@ -4,7 +4,7 @@
 install_packages() {
     local package missing=() root=()
     for package in "$@"; do
-        dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q '^install ok installed$' ||
+        dpkg-query -W -f='${Status}\n' "$package" 2>/dev/null | grep -q '^install ok installed$' ||
             missing+=("$package")
     done
     [ ${#missing[@]} -gt 0 ] || return 0
@@ -34,6 +34,8 @@ build_preset() { # PRESET DIRECTORY [TARGET...]
         cat "$log" >&2
         return 1
     fi
+    # What root builds, the tree's owner can build on.
+    if [ "$(id -u)" -eq 0 ]; then chown -R --reference=. "$directory" || true; fi
 }
 
 # For both front doors, which share a build directory.

@@ -70,6 +70,7 @@ TEST(Script, TellsCommandsDirectivesAndComments) {
         const char* line;
         Kind kind;
         const char* text;
+        const char* component = "";
     } cases[] = {
         {"", Kind::Nothing, ""},
         {" \t\r", Kind::Nothing, ""},
@@ -81,14 +82,18 @@ TEST(Script, TellsCommandsDirectivesAndComments) {
         {"#expect COMPLETE", Kind::Expect, "COMPLETE"},
         {" #expect\t ERROR,errorCode,-1 \r", Kind::Expect, "ERROR,errorCode,-1"},
         {"#expect INVALID", Kind::Expect, "INVALID"},
+        {" #wait report\tSessionState:  x \r", Kind::Wait, "SessionState:  x", "report"},
+        {"# wait a moment", Kind::Nothing, ""},
     };
     for (const auto& c : cases) {
         const ScriptLine parsed = ScriptLine::parse(c.line);
         EXPECT_EQ(parsed.kind, c.kind) << c.line;
         EXPECT_EQ(parsed.text, c.text) << c.line;
+        EXPECT_EQ(parsed.component, c.component) << c.line;
     }
     for (const char* const line : {"#expect", "#expect ", "#expectCOMPLETE", "#expect complete",
-                                   "#expect RUNNING", "#expect COMPLETED", "#expected COMPLETE"}) {
+                                   "#expect RUNNING", "#expect COMPLETED", "#expected COMPLETE",
+                                   "#wait", "#wait report", "#waiting report x"}) {
         EXPECT_EQ(ScriptLine::parse(line).kind, Kind::Wrong) << line;
     }
 }
@@ -149,15 +154,10 @@ TEST(Options, ListenAddress) {
 
 TEST(Options, RefusesWhatItCannotDo) {
     const std::vector<std::string> cases[] = {
-        {"--bogus"},
-        {"--time-scale", "0"},
-        {"--time-scale", "-1"},
-        {"--time-scale", "x"},
-        {"--time-scale", "nan"},
-        {"--time-scale", "inf"},
-        {"--peer", "loud"},
-        {"--listen"},
-        {"--journal"},
+        {"--bogus"},           {"--time-scale", "0"},   {"--time-scale", "-1"},
+        {"--time-scale", "x"}, {"--time-scale", "nan"}, {"--time-scale", "inf"},
+        {"--wait-limit", "0"}, {"--wait-limit", "1.5"}, {"--peer", "loud"},
+        {"--listen"},          {"--journal"},
     };
     for (const auto& arguments : cases) {
         agent::Options options;
@@ -205,7 +205,7 @@ TEST_F(CommandRunnerTest, TurnsResultsIntoStatusLines) {
         {"sta_reset_default", "status,COMPLETE"},
         {"sta_generate_event", "status,COMPLETE"},
         {"sta_preset_testparameters", "status,COMPLETE"},
-        {"sta_preset_testparameters,a", "status,COMPLETE,InstanceName,a  name"},
+        {"sta_preset_testparameters,a", "status,COMPLETE,InstanceName,a  source"},
         {"dev_send_frames,0", "refused"},
         {"dev_send,0", "refused"},
         {",dev_send_frame", "refused"},
@@ -214,6 +214,29 @@ TEST_F(CommandRunnerTest, TurnsResultsIntoStatusLines) {
 
     EXPECT_FALSE(runner.accept(Line{Line::Kind::TooLong, {}}));
     EXPECT_FALSE(runner.accept(Line{Line::Kind::HasNul, {}}));
+}
+
+TEST_F(CommandRunnerTest, LibraryKnowsTheRoleOfASinkWhenItIsPreset) {
+    CommandRunner runner(mLibrary);
+    const struct {
+        const char* parameters;
+        const char* role;
+    } cases[] = {
+        {"wfddevtype,p-sink", "sink"},
+        {"mdns_disc,enable,mdns_role,responder,WfdDevType, P-Sink ", "sink"},
+        {"wfddevtype,source", "source"},
+        {"wfddevtype,p-sink2", "source"},
+        {"testid,wfddevtype,Program,p-sink", "source"},
+    };
+    for (const auto& c : cases) {
+        *mLibrary.deviceType = 0;
+        const std::string answered =
+            answer(runner, std::string("sta_preset_testparameters,") + c.parameters);
+        EXPECT_EQ(answered.substr(answered.rfind(' ') + 1), c.role) << answered;
+        EXPECT_EQ(mLog, c.role == std::string("sink")
+                            ? "capi-agent: this device is a primary sink from now on\n"
+                            : "");
+    }
 }
 
 TEST_F(CommandRunnerTest, HandsStartParametersOn) {

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -63,9 +64,14 @@ int connect_go_start_wfd(const char* text, const char* address, int port, int ty
     return startResult("go", text, address, port, type, response);
 }
 
-// Answers a name with a line end in it, or nothing without a command text.
+std::atomic<std::int32_t> wfd_device_type;
+
+// Answers the command text and the role, with a line end between them, or nothing without a command
+// text.
 int sta_preset_testparameters(const char* command, char** response) {
-    if (*command != '\0') *response = strdup((std::string(command) + "\r\nname").c_str());
+    if (*command == '\0') return 0;
+    const std::string role = wfd_device_type == 0 ? "source" : "sink";
+    *response = strdup((command + ("\r\n" + role)).c_str());
     return 0;
 }
 }

@@ -19,7 +19,7 @@ using test::countOf;
 class AgentSession : public testing::Test {
  protected:
     // Sends `command`, expects its final line, and waits for each of `effects` in what the journal
-    // gained since the last call, without the log lines.
+    // gained since the last call, without the log lines and the commands.
     void step(const std::string& command, const std::string& answer,
               const std::vector<std::string>& effects) {
         EXPECT_EQ(mController.command(command), "status," + answer) << command;
@@ -59,7 +59,9 @@ class AgentSession : public testing::Test {
         std::istringstream lines(test::readFile(mDirectory.path("journal")));
         std::string result;
         for (std::string line; std::getline(lines, line);) {
-            if (line.find(" log ") == std::string::npos) result += line + '\n';
+            const bool device = line.find(" log  ") == std::string::npos &&
+                                line.find(" capi  ") == std::string::npos;
+            if (device) result += line + '\n';
         }
         return result;
     }
@@ -178,6 +180,41 @@ TEST(AgentScript, ExitStatusSaysWhetherAllWasAsExpected) {
     }
 }
 
+TEST(AgentScript, WaitsInTheJournalFromOneMatchToTheNext) {
+    const test::TemporaryDirectory directory;
+    const std::string path = directory.path("script.capi");
+    const struct {
+        std::string script;
+        int status;
+        const char* error;  // after the script's name
+    } cases[] = {
+        // What a command has already led to, and what comes when none is running any more.
+        {"start_wfd_connection,PeerAddress,192.168.49.1,RtspPort,7236,PeerDevType,source\n"
+         "#wait report ESTABLISHED\n#wait report PLAY\n",
+         0, ""},
+        {"dev_exec_action,DirectStreaming,Start,CodecProfile,H264-0\n#wait tool DS_BP_720.mp4\n", 0,
+         ""},
+        {"ca_get_version\nca_get_version\n#wait capi get_version\n#wait capi get_version\n", 0, ""},
+        {"ca_get_version\n#wait capi get_version\n#wait capi get_version\n", 1,
+         ":3: waited in vain for \"get_version\" of capi\n"},
+        {"ca_get_version\n#wait log get_version\n", 1, ":2: waited in vain for"},
+        {"#wait\nca_get_version\n", 1, ":1: a wait names a component"},
+    };
+    for (const auto& c : cases) {
+        test::writeFile(path, c.script);
+        AgentProcess agent(
+            {"--time-scale", "20", "--wait-limit", c.status == 0 ? "30" : "1", path});
+        EXPECT_EQ(agent.wait(), c.status) << c.script << agent.errors();
+        EXPECT_EQ(countOf(path + c.error, agent.errors()), c.status == 0 ? 0U : 1U)
+            << agent.errors();
+    }
+    // What an earlier script did is not this one's.
+    test::writeFile(path, "#wait capi get_version\n");
+    AgentProcess agent({"--wait-limit", "1", "-", path}, "ca_get_version\n");
+    EXPECT_EQ(agent.wait(), 1);
+    EXPECT_EQ(countOf(path + ":1: waited in vain", agent.errors()), 1U) << agent.errors();
+}
+
 TEST(AgentScript, ExamplesSucceedAndTheTraceStandsUnderTheCommand) {
     const std::string examples = std::string(EXAMPLES_DIRECTORY) + '/';
     AgentProcess agent({"--trace", "--time-scale", "100", examples + "source_session.capi",
@@ -195,6 +232,24 @@ TEST(AgentScript, ExamplesSucceedAndTheTraceStandsUnderTheCommand) {
         ASSERT_NE(at, std::string::npos) << line << " is missing in\n" << output;
     }
     EXPECT_EQ(agent.output().find("    log "), std::string::npos);
+}
+
+TEST(AgentScript, JournalTellsCommandsAnswersAndEffectsInOrder) {
+    const test::TemporaryDirectory directory;
+    AgentProcess agent({"--trace", "--time-scale", "100", "--journal", directory.path("journal")},
+                       "sta_reset_default,DisplayR2,\x1b[1m \r\n#expect INVALID\nbeep\n");
+    EXPECT_EQ(agent.wait(), 0) << agent.errors();
+    const std::string journal = test::readFile(directory.path("journal"));
+    std::size_t at = 0;
+    for (const char* const line :
+         {" capi       sta_reset_default,DisplayR2,\\x1b[1m\n", " capi       status,RUNNING\n",
+          " binder     thread pool started\n", " capi       status,COMPLETE\n",
+          " capi       beep\n", " capi       status,INVALID,errorCode,-2\n"}) {
+        at = journal.find(line, at);
+        ASSERT_NE(at, std::string::npos) << line << " is missing in\n" << journal;
+    }
+    EXPECT_EQ(countOf(" capi ", journal), 5U) << journal;
+    EXPECT_EQ(countOf("    capi ", agent.output()), 0U) << agent.output();
 }
 
 TEST(AgentScript, TraceShowsWhatComesAfterTheLastCommand) {
@@ -221,6 +276,16 @@ TEST(AgentScript, InterruptedScriptHasNotSucceeded) {
     EXPECT_EQ(agent.wait(), 1);
     EXPECT_EQ(agent.output().find("ca_get_version"), std::string::npos);
     EXPECT_NE(agent.errors().find("was stopped before its end"), std::string::npos);
+}
+
+TEST(AgentScript, SignalEndsAWaitAtOnce) {
+    AgentProcess agent({"--wait-limit", "3600", "-"}, "ca_get_version\n#wait report never\nx\n");
+    EXPECT_TRUE(test::waitUntil(
+        [&] { return agent.output().find("status,COMPLETE") != std::string::npos; }));
+    agent.signal(SIGINT);
+    EXPECT_EQ(agent.wait(), 1);
+    EXPECT_EQ(countOf("was stopped before its end", agent.errors()), 1U) << agent.errors();
+    EXPECT_EQ(countOf(":2:", agent.errors()), 0U) << agent.errors();
 }
 
 }  // namespace

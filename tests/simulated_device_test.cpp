@@ -157,6 +157,12 @@ TEST(JournalTest, WaitsForEntriesOfOtherThreads) {
     journal.setCapacity(1000);
 }
 
+TEST(JournalTest, LineHasTheTimeInMicroseconds) {
+    hostplatform::JournalEntry entry;
+    entry.time = std::chrono::system_clock::from_time_t(0) + std::chrono::microseconds(1'020'034);
+    EXPECT_NE(toString(entry).find(":01.020034 "), std::string::npos) << toString(entry);
+}
+
 TEST(ClockTest, DeviceTimePassesAtItsScaleAndNeverBack) {
     const uint64_t begin = osal_clock_ms();
     hostplatform::setTimeScale(2000);

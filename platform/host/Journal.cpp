@@ -18,8 +18,11 @@ bool matches(const JournalEntry& entry, const std::string& component, const std:
 }  // namespace
 
 std::string toString(const JournalEntry& entry) {
-    std::string line = timeText(entry.time) + format(" %5d %-10s ", static_cast<int>(entry.thread),
-                                                     entry.component.c_str());
+    const auto microseconds =
+        std::chrono::duration_cast<std::chrono::microseconds>(entry.time.time_since_epoch());
+    std::string line = timeText(entry.time) +
+                       format("%03d %5d %-10s ", static_cast<int>(microseconds.count() % 1000),
+                              static_cast<int>(entry.thread), entry.component.c_str());
     for (const char c : entry.text) {
         const auto byte = static_cast<unsigned char>(c);
         if (c == '\n') {

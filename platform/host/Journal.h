@@ -29,11 +29,13 @@ struct JournalEntry {
     // "binder", "property" (properties set, services started and stopped), "tool" (shell tools),
     // "memory" (allocations), "log" (log lines: priority letter,
     // '/', tag, ": ", text).
+    // And of the agent: "capi" (its command lines and what it answers them).
     std::string component;
     std::string text;
 };
 
-// One line, without its end: time, thread, component and text, control characters escaped.
+// One line, without its end: time, thread, component and text, control characters escaped. The time
+// is local and in microseconds, so that the journals of two devices on one machine can be merged.
 std::string toString(const JournalEntry& entry);
 
 class Journal {
