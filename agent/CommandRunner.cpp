@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "Log.h"
+#include "SessionService.h"
 #include "Text.h"
 
 namespace agent {
@@ -60,6 +61,23 @@ std::optional<int> parsePort(const std::string& text) {
     const bool inRange = port == kDiscoverPort || (port >= 1 && port <= 65535);
     if (error != std::errc() || stop != end || !inRange) return std::nullopt;
     return port;
+}
+
+std::optional<uint32_t> parseAction(const std::string& text) {
+    if (equalsIgnoreCase(text, "down")) return 0;
+    if (equalsIgnoreCase(text, "up")) return 1;
+    if (equalsIgnoreCase(text, "move")) return 2;
+    return std::nullopt;
+}
+
+// The code of a character: a number, or the character itself if it is no digit.
+std::optional<uint16_t> parseCode(const std::string& text) {
+    uint16_t code = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, code);
+    if (error == std::errc() && stop == end) return code;
+    const bool isCharacter = text.size() == 1 && text[0] > ' ' && text[0] < 0x7f;
+    return isCharacter ? std::optional(static_cast<uint16_t>(text[0])) : std::nullopt;
 }
 
 std::optional<int> parseDeviceType(const std::string& text) {
@@ -116,6 +134,30 @@ std::string start(SigmaLibrary::StartCommand* function, const CapiCommand& comma
     return finalLine(result) + ",WfdSessionID," + response.value();
 }
 
+// Input of the sink's user.
+std::string sinkInput(const CapiCommand& command) {
+    const std::string kind = command.parameter("kind");
+    const bool isKey = equalsIgnoreCase(kind, "key");
+    if (!isKey && !equalsIgnoreCase(kind, "touch")) {
+        return refuse(command, "kind", kind, "key or touch");
+    }
+    const std::string actionText = command.parameter("action");
+    const auto action = parseAction(actionText);
+    if (!action || (isKey && *action > 1)) {
+        return refuse(command, "action", actionText, isKey ? "down or up" : "down, up or move");
+    }
+    WFD_uibc_event_t event = hostplatform::touchEvent(*action);
+    if (isKey) {
+        const std::string codeText = command.parameter("code");
+        const auto code = parseCode(codeText);
+        if (!code) {
+            return refuse(command, "code", codeText, "0 to 65535, or a character that is no digit");
+        }
+        event = hostplatform::keyEvent(*code, *action);
+    }
+    return finalLine(hostplatform::injectInput(event) ? 0 : -1);
+}
+
 }  // namespace
 
 CommandRunner::CommandRunner(const SigmaLibrary& library) {
@@ -137,6 +179,7 @@ CommandRunner::CommandRunner(const SigmaLibrary& library) {
         {"dev_exec_action",
          [this, &library](const CapiCommand& command) { return execAction(library, command); }},
         {"sta_generate_event", plain(library.staGenerateEvent)},
+        {"x_sink_input", sinkInput},
         {"ca_get_version",
          [](const CapiCommand&) { return "status,COMPLETE,version," CAPI_AGENT_VERSION; }},
         {"device_get_info",

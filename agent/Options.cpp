@@ -39,7 +39,8 @@ std::optional<int> Options::parse(int argc, const char* const* argv) {
     static const std::map<std::string, Peer> kPeers = {{"answers", Peer::Answers},
                                                        {"silent", Peer::Silent},
                                                        {"refuses", Peer::Refuses},
-                                                       {"late", Peer::Late}};
+                                                       {"late", Peer::Late},
+                                                       {"linked", Peer::Linked}};
 
     CLI::App app(
         "Takes Wi-Fi Display test commands (CAPI lines) from scripts and from a controller over\n"
@@ -71,7 +72,10 @@ std::optional<int> Options::parse(int argc, const char* const* argv) {
     app.add_flag("--trace", trace, "Print, under each command, what it made the device do");
     app.add_option("--time-scale", timeScale, "Device time passes this many times as fast")
         ->type_name("FACTOR");
-    app.add_option("--peer", peer, "What the simulated peer does: answers, silent, refuses or late")
+    app.add_option(
+           "--peer", peer,
+           "What the simulated peer does: answers, silent, refuses or late; linked: the peer is "
+           "the device of another agent, over TCP")
         ->type_name("PEER")
         ->transform(CLI::CheckedTransformer(kPeers, CLI::ignore_case).description(""));
     app.set_version_flag("--version", "capi-agent " CAPI_AGENT_VERSION);

@@ -25,9 +25,10 @@ struct JournalEntry {
     uint64_t sequence = 0;  // 0, 1, 2, ... from the start of the process
     std::chrono::system_clock::time_point time;
     pid_t thread = 0;
-    // "session" (calls on the session client), "report" (what it reports), "compositor", "audio",
-    // "binder", "property" (properties set, services started and stopped), "tool" (shell tools),
-    // "memory" (allocations), "log" (log lines: priority letter,
+    // "session" (calls on the session client), "report" (what it reports), "link" (between sessions
+    // of two devices), "compositor", "audio", "binder", "property" (properties set, services
+    // started and stopped), "tool" (shell tools), "memory" (allocations), "log" (log lines:
+    // priority letter,
     // '/', tag, ": ", text).
     // And of the agent: "capi" (its command lines and what it answers them).
     std::string component;

@@ -16,7 +16,8 @@ namespace hostplatform {
 namespace {
 
 struct Service {
-    std::mutex mutex;  // guards everything below
+    std::mutex linking;  // one session at a time gives the others up and begins to wait itself
+    std::mutex mutex;    // guards everything below
     PeerSettings settings;
     int nextSessionId = 10000001;
     bool closed = false;
@@ -76,6 +77,10 @@ int clientCount() { return static_cast<int>(allClients().size()); }
 
 bool injectInput(const WFD_uibc_event_t& event) {
     const std::vector<SimulatedClient*> clients = allClients();
+    const bool sent = std::any_of(clients.rbegin(), clients.rend(), [&](SimulatedClient* client) {
+        return client->sendInput(event);
+    });
+    if (sent) return true;
     const auto started =
         std::find_if(clients.rbegin(), clients.rend(),
                      [](const SimulatedClient* client) { return client->uibcStarted(); });
@@ -109,9 +114,14 @@ void shutdownSessions() {
         const std::lock_guard lock(service().mutex);
         service().closed = true;
     }
-    for (SimulatedClient* const client : allClients()) client->close();
+    const std::vector<SimulatedClient*> clients = allClients();
+    for (SimulatedClient* const client : clients) client->close();
     // A delivery can be inside the library's own waits, of up to 3 seconds.
-    waitReported(std::chrono::seconds(10));
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    for (SimulatedClient* const client : clients) {
+        client->waitReported(deadline);
+        client->waitLinksEnded(deadline);
+    }
 }
 
 }  // namespace hostplatform
@@ -163,6 +173,10 @@ int WiFiDisplayClient::createWfdSession(WfdDevice* local, WfdDevice* peer) {
         settings = service().settings;
         id = service().nextSessionId++;
     }
+    if (settings.peer != Peer::Linked) return mImpl->create(*local, *peer, id, settings);
+    // Whoever began a session here and never met its peer has no way to end it.
+    const std::lock_guard lock(service().linking);
+    for (SimulatedClient* const client : allClients()) client->giveUpWaiting(local->deviceType);
     return mImpl->create(*local, *peer, id, settings);
 }
 

@@ -1,5 +1,6 @@
-// The simulated session service: the world behind WiFiDisplayClient. It plays the peer, remembers
-// what the newest session went through, and lets a test act as the sink's user.
+// The simulated session service: the world behind WiFiDisplayClient. It plays the peer or links the
+// session to that of another simulated device, remembers what the newest session went through, and
+// lets a test act as the sink's user.
 //
 // Reports of one client are delivered in order, on a thread that the client starts when there is
 // something to report and that ends when nothing is left, so an idle session costs no thread. All
@@ -24,9 +25,14 @@ enum class Peer {
     Silent,   // nothing is ever reported
     Refuses,  // the RTSP connection is closed at once
     Late,     // answers, after a delay
+    // The simulated device of another process (or the same): a source listens on its control port,
+    // local.rtspPort or else 7236, and a sink connects to the peer's address and port. What one end
+    // is asked to do has its effect at both. Of the sources, and of the sinks, of a process at most
+    // one waits for its peer: a newer session takes the place of one that still does.
+    Linked,
 };
 
-// The built-in peer of sessions created from now on; `delay` is device time, for Late.
+// The peer of sessions created from now on; `delay` is device time, for Late.
 void setPeer(Peer peer, std::chrono::milliseconds delay = std::chrono::seconds(5));
 
 // The stream that a source announces (at first 1280 x 720, not secure).
@@ -59,9 +65,10 @@ std::optional<SessionState> currentSession();
 // Clients made so far. None of them is ever destroyed.
 int clientCount();
 
-// Input of the sink's user, as it reaches the newest client whose UIBC has been started; the
-// calling thread plays the client's receiving thread. False when there is no such client or it was
-// refused.
+// Input of the sink's user. With a linked sink here it goes to the source at the other end, which
+// takes it if its UIBC has been started. Else the user is that of the built-in peer, and it reaches
+// the newest client whose UIBC has been started; the calling thread plays the client's receiving
+// thread. False when there is nobody to take it or it was refused here.
 bool injectInput(const WFD_uibc_event_t& event);
 WFD_uibc_event_t keyEvent(uint16_t keysym, uint32_t action);
 WFD_uibc_event_t touchEvent(uint32_t action);
@@ -73,8 +80,8 @@ bool report(const std::string& name, const std::vector<std::string>& objects);
 // Waits until no client has anything left to report, at most `timeout` of real time.
 bool waitReported(std::chrono::milliseconds timeout = std::chrono::seconds(20));
 
-// Drops what is yet to be reported, and reports nothing more, so that the process can end; waits
-// for a report that is being delivered.
+// Drops what is yet to be reported, reports nothing more and closes the links, so that the process
+// can end; waits for a report or an input that is being delivered.
 void shutdownSessions();
 
 }  // namespace hostplatform

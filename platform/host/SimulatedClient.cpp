@@ -7,6 +7,7 @@
 #include "Clock.h"
 #include "Faults.h"
 #include "Journal.h"
+#include "SessionLink.h"
 #include "SmallThread.h"
 #include "TextFormat.h"
 
@@ -15,6 +16,7 @@ namespace hostplatform {
 namespace {
 
 constexpr int kRefused = -1;
+constexpr uint16_t kControlPort = 7236;  // registered for Wi-Fi Display
 
 class Producer : public android::IGraphicBufferProducer {};
 
@@ -38,11 +40,19 @@ int SimulatedClient::create(const WfdDevice& local, const WfdDevice& peer, int s
 
     const std::lock_guard lock(mMutex);
     int status = faultStatus(Fault::SessionCreation);
-    if (status == 0 && mSession && mSession->active) status = kRefused;
+    if (status == 0 && (mClosed || (mSession && mSession->active))) status = kRefused;
+    std::shared_ptr<SessionLink> link;
+    if (status == 0 && settings.peer == Peer::Linked) {
+        link = startLink(local, peer, sessionId);
+        if (link == nullptr) status = kRefused;
+    }
     journalCall(call, status);
     if (status != 0) return status;
 
     mStopping = false;
+    mSettings = settings;
+    mLink = std::move(link);
+    mLinked = false;
     mSession.emplace();
     mSession->client = mNumber;
     mSession->id = sessionId;
@@ -50,21 +60,25 @@ int SimulatedClient::create(const WfdDevice& local, const WfdDevice& peer, int s
     mSession->local = local;
     mSession->peer = peer;
 
-    std::chrono::milliseconds delay{0};
     switch (settings.peer) {
         case Peer::Silent:
-            return 0;
+        case Peer::Linked:
+            break;
         case Peer::Refuses:
-            enqueue({"Error", {"RTSPCloseCallback"}, "", {}});
-            enqueueState("STOPPED");
-            mStopping = true;
-            return 0;
+            endUnreachable();
+            break;
         case Peer::Late:
-            delay = settings.delay;
+            establish(settings.delay);
             break;
         case Peer::Answers:
+            establish();
             break;
     }
+    return 0;
+}
+
+void SimulatedClient::establish(std::chrono::milliseconds delay) {
+    const bool isSource = mSession->local.deviceType == 0;
     if (!isSource) enqueueState("NEGOTIATING", delay);
     enqueueState("NEGOTIATED", isSource ? delay : std::chrono::milliseconds{0});
     enqueueState("ESTABLISHED");
@@ -74,21 +88,37 @@ int SimulatedClient::create(const WfdDevice& local, const WfdDevice& peer, int s
         const auto address = reinterpret_cast<uintptr_t>(mSession->producer.get());
         enqueue(
             {"MMEvent",
-             {"MMStreamStarted", std::to_string(settings.width), std::to_string(settings.height),
-              settings.secure ? "1" : "0", std::to_string(address)},
+             {"MMStreamStarted", std::to_string(mSettings.width), std::to_string(mSettings.height),
+              mSettings.secure ? "1" : "0", std::to_string(address)},
              "",
              {}});
         enqueue({"AudioEvent", {"AudioProxyOpened"}, "", {}});
     }
-    enqueue({"StreamControlCompleted", {std::to_string(sessionId), "PLAY"}, "PLAY", {}});
-    return 0;
+    completeControl("PLAY");
+}
+
+void SimulatedClient::completeControl(const char* method) {
+    enqueue({"StreamControlCompleted", {std::to_string(mSession->id), method}, method, {}});
+}
+
+void SimulatedClient::endUnreachable() {
+    enqueue({"Error", {"RTSPCloseCallback"}, "", {}});
+    beginStopping();
+}
+
+void SimulatedClient::beginStopping() {
+    enqueueState("STOPPED");
+    mStopping = true;
+    if (mLink) mLink->close();
 }
 
 template <typename Effect>
-int SimulatedClient::control(const std::string& call, std::optional<int> sessionId, Effect effect) {
+int SimulatedClient::control(const std::string& call, std::optional<int> sessionId, Effect effect,
+                             bool withoutPeer) {
     const std::lock_guard lock(mMutex);
     int status = faultStatus(Fault::SessionControl);
-    const bool running = mSession && mSession->active && !mStopping;
+    const bool hasPeer = !mLink || mLinked;
+    const bool running = isRunning() && (hasPeer || withoutPeer);
     if (status == 0 && (!running || (sessionId && *sessionId != mSession->id))) status = kRefused;
     // Before the effect, so that the call stands before the reports that it leads to.
     journalCall(sessionId ? call + format(" id %d", *sessionId) : call, status);
@@ -106,37 +136,56 @@ int SimulatedClient::stop(int sessionId) {
             return 0;
         }
     }
-    return control("stopWfdSession", sessionId, [this](SessionState&) {
-        enqueueState("STOPPED");
-        mStopping = true;
-    });
+    // To a linked peer it is as if the connection had gone.
+    return control(
+        "stopWfdSession", sessionId, [this](SessionState&) { beginStopping(); }, true);
+}
+
+int SimulatedClient::request(const std::string& call, int sessionId, LinkMessage::Kind kind) {
+    const bool ends = kind == LinkMessage::Kind::Teardown;
+    return control(
+        call, sessionId,
+        [&](SessionState&) {
+            if (mLink) mLink->send({kind, 0, {}});
+            carryOut(kind);
+        },
+        ends);
+}
+
+void SimulatedClient::carryOut(LinkMessage::Kind kind) {
+    switch (kind) {
+        case LinkMessage::Kind::Pause:
+            completeControl("PAUSE");
+            break;
+        case LinkMessage::Kind::Play:
+            completeControl("PLAY");
+            break;
+        case LinkMessage::Kind::Standby:
+            enqueueState("STANDBY");
+            break;
+        case LinkMessage::Kind::Teardown:
+            completeControl("TEARDOWN");
+            beginStopping();
+            break;
+        default:
+            break;
+    }
 }
 
 int SimulatedClient::teardown(int sessionId, bool flag) {
-    return control(format("teardown_rtsp flag %d", flag), sessionId, [this](const SessionState& s) {
-        enqueue({"StreamControlCompleted", {std::to_string(s.id), "TEARDOWN"}, "TEARDOWN", {}});
-        enqueueState("STOPPED");
-        mStopping = true;
-    });
-}
-
-int SimulatedClient::streamControl(const std::string& call, int sessionId, const char* method) {
-    return control(call, sessionId, [&](const SessionState& s) {
-        enqueue({"StreamControlCompleted", {std::to_string(s.id), method}, method, {}});
-    });
+    return request(format("teardown_rtsp flag %d", flag), sessionId, LinkMessage::Kind::Teardown);
 }
 
 int SimulatedClient::pause(int sessionId, bool flag) {
-    return streamControl(format("pause_rtsp flag %d", flag), sessionId, "PAUSE");
+    return request(format("pause_rtsp flag %d", flag), sessionId, LinkMessage::Kind::Pause);
 }
 
 int SimulatedClient::play(int sessionId, bool flag) {
-    return streamControl(format("play_rtsp flag %d", flag), sessionId, "PLAY");
+    return request(format("play_rtsp flag %d", flag), sessionId, LinkMessage::Kind::Play);
 }
 
 int SimulatedClient::standby(int sessionId) {
-    return control("standby_rtsp", sessionId,
-                   [this](const SessionState&) { enqueueState("STANDBY"); });
+    return request("standby_rtsp", sessionId, LinkMessage::Kind::Standby);
 }
 
 int SimulatedClient::changeFormat(int codec, int profile, const std::string& rest) {
@@ -196,6 +245,13 @@ bool SimulatedClient::deliverInput(WFD_uibc_event_t event) {
     return mUibcCallback != nullptr && mUibcCallback(&event, nullptr, nullptr, nullptr);
 }
 
+bool SimulatedClient::sendInput(const WFD_uibc_event_t& event) {
+    const std::lock_guard lock(mMutex);
+    if (!isRunning() || !mLink || !mLinked || mSession->local.deviceType == 0) return false;
+    mLink->send({LinkMessage::Kind::Input, 0, event});
+    return true;
+}
+
 void SimulatedClient::report(const std::string& name, const std::vector<std::string>& objects) {
     const std::lock_guard lock(mMutex);
     enqueue({name, objects, "", {}});
@@ -210,7 +266,87 @@ void SimulatedClient::close() {
     const std::lock_guard lock(mMutex);
     mClosed = true;
     mPending.clear();
+    if (mLink) mLink->close();
     mChanged.notify_all();
+}
+
+bool SimulatedClient::waitLinksEnded(std::chrono::steady_clock::time_point deadline) {
+    std::unique_lock lock(mMutex);
+    return mChanged.wait_until(lock, deadline, [this] { return mLinkThreads == 0; });
+}
+
+void SimulatedClient::giveUpWaiting(int32_t deviceType) {
+    const std::lock_guard lock(mMutex);
+    if (!isRunning() || !mLink || mLinked || mSession->local.deviceType != deviceType) return;
+    mLink->close();
+    mSession->active = false;
+}
+
+bool SimulatedClient::isRunning() const { return mSession && mSession->active && !mStopping; }
+
+std::shared_ptr<SessionLink> SimulatedClient::startLink(const WfdDevice& local,
+                                                        const WfdDevice& peer, int sessionId) {
+    auto link = std::make_shared<SessionLink>(SessionLink::Events{
+        [this](const SessionLink& from, int id) { onLinked(from, id); },
+        [this](const SessionLink& from, const LinkMessage& message) { onMessage(from, message); },
+        [this](const SessionLink& from) { onLost(from); }});
+    const bool portGiven = local.rtspPort >= 1 && local.rtspPort <= 65535;
+    const auto port = portGiven ? static_cast<uint16_t>(local.rtspPort) : kControlPort;
+    if (local.deviceType == 0 ? link->listen(port, sessionId)
+                              : link->connect(peer.ipAddress, peer.rtspPort)) {
+        return nullptr;
+    }
+    if (startSmallThread([this, link]() mutable { runLink(std::move(link)); }) != 0) {
+        Journal::instance().add("session", "no thread for the link");
+        return nullptr;
+    }
+    ++mLinkThreads;
+    return link;
+}
+
+void SimulatedClient::runLink(std::shared_ptr<SessionLink> link) {
+    link->run();
+    {
+        const std::lock_guard lock(mMutex);
+        if (mLink == link) mLink.reset();
+    }
+    link.reset();
+    const std::lock_guard lock(mMutex);
+    --mLinkThreads;
+    mChanged.notify_all();
+}
+
+bool SimulatedClient::isRunningOn(const SessionLink& link) const {
+    return mLink.get() == &link && isRunning();
+}
+
+void SimulatedClient::onLinked(const SessionLink& link, int sessionId) {
+    const std::lock_guard lock(mMutex);
+    if (!isRunningOn(link)) return;
+    mLinked = true;
+    mSession->id = sessionId;
+    establish();
+}
+
+void SimulatedClient::onMessage(const SessionLink& link, const LinkMessage& message) {
+    std::unique_lock lock(mMutex);
+    if (!isRunningOn(link) || mClosed) return;
+    if (message.kind != LinkMessage::Kind::Input) {
+        carryOut(message.kind);
+        return;
+    }
+    const bool started = mSession->uibcStarted;
+    lock.unlock();
+    const bool taken = started && deliverInput(message.input);
+    Journal::instance().addFormatted("link", "source: input of type %u %s", message.input.type,
+                                     taken     ? "taken"
+                                     : started ? "refused"
+                                               : "refused: UIBC is not started");
+}
+
+void SimulatedClient::onLost(const SessionLink& link) {
+    const std::lock_guard lock(mMutex);
+    if (isRunningOn(link)) endUnreachable();
 }
 
 void SimulatedClient::enqueue(Report report) {
