@@ -79,7 +79,7 @@ std::string presetSink() {
     EXPECT_EQ(sta_preset_testparameters("mdns_disc,enable,mdns_role,responder,wfddevtype,p-sink",
                                         &response),
               0);
-    const std::string name = response == nullptr ? "" : response;
+    std::string name = response == nullptr ? "" : response;
     free(response);
     return name;
 }
@@ -89,12 +89,12 @@ TEST_F(TwoHostsDiscoveryTest, LeavesBehindWhatHasToStay) {
     EXPECT_EQ(source.preset("source"), "displaysrc");
     Journal::instance().setCapacity(100);  // the journal's growth is not the library's
 
-    constexpr int kRounds = 50;
+    constexpr long kRounds = 50;
     // Mostly what the threads that stay keep for themselves of memory that was freed.
-    constexpr std::size_t kBytesPerRound = 32 * 1024;
+    constexpr std::size_t kBytesPerRound = 32'000;
     Usage before{};
     std::size_t bytesBefore = 0;
-    for (int round = 0; round <= kRounds; ++round) {
+    for (long round = 0; round <= kRounds; ++round) {
         // Most registrations are given up, and taken back before the daemon has made them.
         const bool patient = round % 10 == 0;
         setTimeScale(patient ? kPatient : kHasty);
