@@ -46,9 +46,10 @@ outside() { # [SINK.capi SOURCE.capi]
         if [ -t 1 ]; then COLUMNS=$(tput cols 2>/dev/null) || COLUMNS=160; fi
     fi
     export COLUMNS
-    # unshare itself does not hear SIGINT and SIGTERM, so it is killed; and it dies with this shell.
+    # unshare is deaf to SIGINT and SIGTERM. It dies with this shell, and what is inside with it. Its
+    # own standard error gets only what it says of an interruption.
     setpriv --pdeathsig KILL "${namespaces[@]}" "$BASH" "$home/scripts/two_hosts.sh" --inside \
-        "${scripts[@]}" &
+        "${scripts[@]}" 3>&2 2>/dev/null &
     trap 'end_by INT' INT
     trap 'end_by TERM' TERM
     trap 'end_by HUP' HUP
@@ -56,7 +57,10 @@ outside() { # [SINK.capi SOURCE.capi]
 }
 
 end_by() { # SIGNAL
-    kill -KILL $!
+    # The first process inside, which unshare then takes away: orphaned, it could stay as a zombie.
+    local first
+    first=$(cat "/proc/$!/task/$!/children" 2>/dev/null) || first=
+    kill -KILL ${first:-$!}
     wait $! 2>/dev/null || true
     trap - "$1"
     kill -"$1" $$
@@ -64,8 +68,8 @@ end_by() { # SIGNAL
 
 # --- Inside --------------------------------------------------------------------------------------
 
-on_host() { # NAME COMMAND...
-    ip netns exec "$1" env "DBUS_SYSTEM_BUS_ADDRESS=unix:path=$work/$1.bus" "${@:2}"
+exec_on_host() { # NAME COMMAND...
+    exec ip netns exec "$1" env "DBUS_SYSTEM_BUS_ADDRESS=unix:path=$work/$1.bus" "${@:2}"
 }
 
 make_host() { # NAME ADDRESS
@@ -85,7 +89,7 @@ publish-workstation=no
 [rlimits]
 END
     # Each daemon has a directory of its own for the number of its process.
-    on_host "$1" sh -c 'mount -t tmpfs tmpfs /run/avahi-daemon && exec "$@"' sh \
+    exec_on_host "$1" sh -c 'mount -t tmpfs tmpfs /run/avahi-daemon && exec "$@"' sh \
         avahi-daemon --no-drop-root --no-chroot "--file=$work/$1.conf" >"$work/$1.daemon" 2>&1 &
 }
 
@@ -101,7 +105,7 @@ await_daemon() { # NAME
 }
 
 run_agent() { # NAME SCRIPT
-    on_host "$1" "$home/build/bin/capi-agent" --peer linked --time-scale $time_scale \
+    exec_on_host "$1" "$home/build/bin/capi-agent" --peer linked --time-scale $time_scale \
         --wait-limit 30 --journal "$work/$1.journal" "$2" >"$work/$1.out" 2>"$work/$1.err"
 }
 
@@ -123,7 +127,7 @@ show() {
         {
             host = $1; time = substr($3, 1, 12); component = $5
             sub(/^[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +/, "")
-            text = component == "capi" ? $0 : sprintf("    %-10s %s", component, $0)
+            text = component == "capi" ? $0 : sprintf("  %-10s %s", component, $0)
             while (text != "") {
                 end = length(text)
                 if (end > column) {
@@ -132,7 +136,8 @@ show() {
                 }
                 part = substr(text, 1, end)
                 text = substr(text, end + 1)
-                if (text != "") text = "        " text
+                sub(/^ +/, "", text)
+                if (text != "") text = "      " text
                 if (host == "sink") row(time, part, ""); else row(time, "", part)
                 time = ""
             }
@@ -140,6 +145,7 @@ show() {
 }
 
 inside() { # SINK.capi SOURCE.capi
+    exec 2>&3 3>&-
     set -E
     trap 'give_up "the two hosts cannot be made"' ERR
     mount -t tmpfs -o mode=755 tmpfs /run
@@ -155,16 +161,22 @@ inside() { # SINK.capi SOURCE.capi
 
     echo "Two hosts are up, their agents run; this takes about ten seconds" >&2
     export ANDROID_LOG_TAGS=${ANDROID_LOG_TAGS-*:S}
-    local name status=0 result
-    local -A agents
+    local name process status=0 result
+    local -A agents  # those that run, by process
     : >"$work/sink.journal" >"$work/source.journal"  # an agent that cannot start writes none
-    run_agent sink "$1" & agents[sink]=$!
-    run_agent source "$2" & agents[source]=$!
-    for name in sink source; do
+    run_agent sink "$1" & agents[$!]=sink
+    run_agent source "$2" & agents[$!]=source
+    while [ ${#agents[@]} -gt 0 ]; do
         result=0
-        wait "${agents[$name]}" || result=$?
-        [ $result -eq 0 ] || status=1
+        wait -n -p process "${!agents[@]}" || result=$?
+        name=${agents[$process]}
         echo "the agent of the $name ended with status $result" >>"$work/$name.err"
+        unset "agents[$process]"
+        if [ $result -ne 0 ]; then
+            status=1
+            # What the other one still waits for will not come.
+            if [ ${#agents[@]} -gt 0 ]; then kill -TERM "${!agents[@]}"; fi
+        fi
     done
     show
     if [ $status -ne 0 ]; then

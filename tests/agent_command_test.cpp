@@ -2,6 +2,8 @@
 // results.
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <new>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -12,6 +14,7 @@
 #include "CommandRunner.h"
 #include "Options.h"
 #include "Script.h"
+#include "SessionService.h"
 #include "SigmaLibrary.h"
 #include "Text.h"
 
@@ -172,6 +175,10 @@ TEST(Options, ReadsStandardInputOnlyWhenNothingElseIsAsked) {
     EXPECT_EQ(none.peer, hostplatform::Peer::Silent);
     EXPECT_EQ(none.timeScale, 2.5);
 
+    agent::Options linked;
+    EXPECT_FALSE(parseOptions({"--peer", "linked"}, linked));
+    EXPECT_EQ(linked.peer, hostplatform::Peer::Linked);
+
     agent::Options both;
     EXPECT_FALSE(parseOptions({"a", "-", "--listen", "0", "--trace"}, both));
     EXPECT_EQ(both.scripts, (std::vector<std::string>{"a", "-"}));
@@ -290,6 +297,65 @@ TEST_F(CommandRunnerTest, SaysWhichStartParameterIsWrong) {
             EXPECT_NE(mLog.find(c.got), std::string::npos) << mLog;
         }
     }
+}
+
+TEST_F(CommandRunnerTest, MakesInputOfTheSinksUser) {
+    static WFD_uibc_event_t got;
+    const auto onInput = [](WFD_uibc_event_t* event, const void*, _jobject* const&,
+                            _jobject* const&) {
+        got = *event;
+        return true;
+    };
+    CommandRunner runner(mLibrary);
+    EXPECT_EQ(answer(runner, "x_sink_input,kind,touch,action,down"), "status,ERROR,errorCode,-1");
+    auto* const client = new (std::nothrow) WiFiDisplayClient(nullptr, onInput, nullptr);
+    WfdDevice ends[2]{};
+    ASSERT_EQ(client->createWfdSession(&ends[0], &ends[1]), 0);
+    ASSERT_EQ(client->startUIBC(), 0);
+
+    const struct {
+        const char* parameters;
+        WFD_uibc_event_t event;
+    } cases[] = {
+        {"kind,key,code,97,action,down", hostplatform::keyEvent(97, 0)},
+        {"Action,UP,Kind,KEY,Code,A", hostplatform::keyEvent('A', 1)},
+        {"kind,key,code,8,action,up", hostplatform::keyEvent(8, 1)},
+        {"kind,key,code,~,action,up", hostplatform::keyEvent('~', 1)},
+        {"kind,key,code,65535,action,up", hostplatform::keyEvent(65535, 1)},
+        {"kind,touch,action,down", hostplatform::touchEvent(0)},
+        {"kind,touch,action,move,code,x", hostplatform::touchEvent(2)},
+    };
+    for (const auto& c : cases) {
+        memset(&got, 0xff, sizeof got);
+        EXPECT_EQ(answer(runner, std::string("x_sink_input,") + c.parameters), "status,COMPLETE")
+            << c.parameters << mLog;
+        EXPECT_EQ(memcmp(&got, &c.event, sizeof got), 0) << c.parameters;
+    }
+
+    const struct {
+        const char* parameters;
+        const char* reason;
+    } refused[] = {
+        {"", "kind must be key or touch, got nothing"},
+        {"kind,mouse,action,down", "kind must be key or touch, got \"mouse\""},
+        {"kind,touch", "action must be down, up or move, got nothing"},
+        {"kind,touch,action,0", "action must be"},
+        {"kind,key,code,97,action,move", "action must be down or up, got \"move\""},
+        {"kind,key,action,down", "code must be"},
+        {"kind,key,code,ab,action,down", "code must be"},
+        {"kind,key,code,-1,action,down", "code must be"},
+        {"kind,key,code,65536,action,down", "code must be"},
+        {"kind,key,code,\x7f,action,down", "code must be"},
+        {"kind,key,code,\xc3\xa4,action,down", "code must be"},
+    };
+    for (const auto& c : refused) {
+        EXPECT_EQ(answer(runner, std::string("x_sink_input,") + c.parameters),
+                  "status,INVALID,errorCode,-2")
+            << c.parameters;
+        EXPECT_NE(mLog.find(std::string("x_sink_input: ") + c.reason), std::string::npos) << mLog;
+    }
+    EXPECT_EQ(client->stopWfdSession(hostplatform::currentSession()->id, nullptr), 0);
+    EXPECT_TRUE(hostplatform::waitReported());
 }
 
 // ThreadSanitizer reports the threads that nobody joins.

@@ -99,7 +99,12 @@ TEST_F(AgentSession, Source) {
     step("dev_exec_action,DirectStreaming,Start,CodecProfile,H264-0", "COMPLETE",
          {"executeRuntimeCommand 3 -> 0", "input keyevent 4", "am force-stop", "DS_BP_720.mp4"});
     step("dev_exec_action,DirectStreaming,Stop", "COMPLETE", {"input keyevent 4"});
+    step("x_sink_input,kind,key,code,a,action,down", "COMPLETE", {});
+    step("x_sink_input,kind,touch,action,move", "COMPLETE", {});
+    step("sta_generate_event,UIBCEventType,Keyboard", "COMPLETE",
+         {"input keyevent 29", "input tap 300 1000"});
     frame("TEARDOWN", "COMPLETE", {"teardown_rtsp flag 1" + id, "STOPPED"});
+    step("x_sink_input,kind,key,code,a,action,down", "ERROR,errorCode,-1", {});
     step("sta_reset_default", "COMPLETE", {"thread pool runs already"});
     frame("PAUSE", "ERROR,errorCode,-1", {});
     end();

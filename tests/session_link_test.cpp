@@ -399,8 +399,8 @@ TEST_F(SessionLinkTest, StrangersNeitherMakeASessionNorKeepTheSinkOut) {
     }
     Controller(mPort).reset();
     Controller(mPort).send("wfd-si");
-    std::vector<std::unique_ptr<Controller>> silent;
-    for (int i = 0; i < 40; ++i) silent.push_back(std::make_unique<Controller>(mPort));
+    std::vector<std::unique_ptr<Controller>> silent(40);
+    for (auto& stranger : silent) stranger = std::make_unique<Controller>(mPort);
     EXPECT_EQ(reports("source"), Texts{});
     EXPECT_EQ(count("link", "connected to"), 0U);
 
@@ -429,9 +429,7 @@ TEST_F(SessionLinkTest, AnEndThatVanishesOrTalksNonsenseIsALostConnection) {
                  {std::string(5000, 'x'), "it sent a line that is too long"}};
     for (const auto& c : cases) {
         mark();
-        const auto sink = startWithPlayedSink();
-        sink->send(c.bytes);
-        sink->finishSending();
+        startWithPlayedSink()->send(c.bytes);  // and goes away
         ASSERT_TRUE(waitFor("source", kEnded)) << c.bytes;
         const Texts source = reports("source");
         EXPECT_EQ(source[source.size() - 2], "Error: RTSPCloseCallback") << c.bytes;
@@ -495,6 +493,7 @@ size_t threadCount() {
 // The exit status says what went wrong, 0 that nothing did.
 [[noreturn]] void linkAndShutDown() {
     hostplatform::setPeer(hostplatform::Peer::Linked);
+    std::thread([] {}).join();  // with the first thread a sanitizer may start one of its own
     const size_t threads = threadCount();
     const uint16_t port = freePort();
     if (startSource(makeClient(onSourceReport), port) != 0) exit(2);
