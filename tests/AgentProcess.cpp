@@ -49,12 +49,15 @@ std::size_t countOf(const std::string& part, const std::string& text) {
     return count;
 }
 
-AgentProcess::AgentProcess(std::vector<std::string> arguments, const std::string& input) {
+AgentProcess::AgentProcess(const std::vector<std::string>& arguments, const std::string& input,
+                           std::vector<std::string> launcher) {
     writeFile(mDirectory.path("in"), input);
-    arguments.insert(arguments.begin(), CAPI_AGENT_PATH);
+    std::vector<std::string>& words = launcher;
+    words.emplace_back(CAPI_AGENT_PATH);
+    words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> pointers;
-    pointers.reserve(arguments.size() + 1);
-    for (std::string& argument : arguments) pointers.push_back(argument.data());
+    pointers.reserve(words.size() + 1);
+    for (std::string& word : words) pointers.push_back(word.data());
     pointers.push_back(nullptr);
 
     constexpr int kWrite = O_WRONLY | O_CREAT | O_APPEND;
@@ -64,7 +67,7 @@ AgentProcess::AgentProcess(std::vector<std::string> arguments, const std::string
     posix_spawn_file_actions_addopen(&files, 1, mDirectory.path("out").c_str(), kWrite, 0600);
     posix_spawn_file_actions_addopen(&files, 2, mDirectory.path("err").c_str(), kWrite, 0600);
     const int error =
-        posix_spawn(&mPid, CAPI_AGENT_PATH, &files, nullptr, pointers.data(), environ);
+        posix_spawnp(&mPid, pointers.front(), &files, nullptr, pointers.data(), environ);
     posix_spawn_file_actions_destroy(&files);
     if (error != 0) throw std::runtime_error("cannot start the agent");
 }

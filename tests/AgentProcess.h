@@ -37,8 +37,10 @@ std::size_t countOf(const std::string& part, const std::string& text);
 // A running agent; it is killed at the end of the scope if it has not ended by then.
 class AgentProcess {
  public:
-    // `input` is its whole standard input.
-    explicit AgentProcess(std::vector<std::string> arguments, const std::string& input = "");
+    // `input` is its whole standard input; `launcher` the words before the command, of a program
+    // that becomes the agent.
+    explicit AgentProcess(const std::vector<std::string>& arguments, const std::string& input = "",
+                          std::vector<std::string> launcher = {});
     ~AgentProcess();
     AgentProcess(const AgentProcess&) = delete;
     AgentProcess& operator=(const AgentProcess&) = delete;

@@ -13,8 +13,8 @@ namespace test {
 
 using asio::ip::tcp;
 
-Controller::Controller(unsigned short port) : mSocket(mContext) {
-    mSocket.connect(tcp::endpoint(asio::ip::address_v4::loopback(), port));
+Controller::Controller(unsigned short port, const asio::ip::address& host) : mSocket(mContext) {
+    mSocket.connect(tcp::endpoint(host, port));
 }
 
 bool Controller::send(const std::string& bytes) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <asio/io_context.hpp>
+#include <asio/ip/address.hpp>
 #include <asio/ip/tcp.hpp>
 #include <cstddef>
 #include <string>
@@ -11,7 +12,8 @@ namespace test {
 
 class Controller {
  public:
-    explicit Controller(unsigned short port);
+    explicit Controller(unsigned short port,
+                        const asio::ip::address& host = asio::ip::address_v4::loopback());
 
     // Sends `bytes`, blocking; false when the connection is gone.
     bool send(const std::string& bytes);

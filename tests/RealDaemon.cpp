@@ -34,7 +34,9 @@ const char* RealDaemon::unavailable() { return noTestNetwork(); }
 const char* RealDaemon::ipv4(Host host) {
     return host == Host::Here ? "192.168.49.1" : "192.168.49.2";
 }
-const char* RealDaemon::ipv6(Host host) { return host == Host::Here ? "fd49::1" : "fd49::2"; }
+const char* RealDaemon::ipv6(Host host) {
+    return host == Host::Here ? "fd49:4b5c:6d7e::1" : "fd49:4b5c:6d7e::2";
+}
 
 RealDaemon::RealDaemon(Host host, const std::string& hostName) : mHost(host) {
     if (unavailable() != nullptr) return;
@@ -50,16 +52,20 @@ std::string RealDaemon::busAddress() const {
     return std::string("unix:path=") + kTestNetworkDirectory + "/" + nameOf(mHost) + ".bus";
 }
 
-std::vector<std::string> RealDaemon::command() const {
+std::vector<std::string> RealDaemon::launcher() const {
     std::vector<std::string> words;
     if (mHost == Host::Peer) words = {"ip", "netns", "exec", "peer"};
-    const std::vector<std::string> daemon = {
-        "unshare",      "--mount",
-        "sh",           "-c",
-        kRun,           "sh",
-        "env",          "DBUS_SYSTEM_BUS_ADDRESS=" + busAddress(),
-        "avahi-daemon", "--no-drop-root",
-        "--no-chroot",  "--file=" + configurationFile(mHost)};
+    words.insert(words.end(), {"env", "DBUS_SYSTEM_BUS_ADDRESS=" + busAddress()});
+    return words;
+}
+
+std::vector<std::string> RealDaemon::command() const {
+    std::vector<std::string> words = launcher();
+    const std::vector<std::string> daemon = {"unshare",      "--mount",
+                                             "sh",           "-c",
+                                             kRun,           "sh",
+                                             "avahi-daemon", "--no-drop-root",
+                                             "--no-chroot",  "--file=" + configurationFile(mHost)};
     words.insert(words.end(), daemon.begin(), daemon.end());
     return words;
 }

@@ -38,16 +38,21 @@ class RealDaemon {
     // SIGTERM, with which it takes its records back from the network, and waits for its end.
     void stop();
 
+    Host host() const { return mHost; }
+
     // A command that runs this daemon in the foreground.
     std::vector<std::string> command() const;
-    // The address of the system bus on which it is.
-    std::string busAddress() const;
+    // The words before a command that make it run on this daemon's host and bus, as the process
+    // that is started.
+    std::vector<std::string> launcher() const;
 
-    // Addresses of wlan0.
+    // Addresses of wlan0. That for IPv6 is as long as most are: an R2 device tells the two kinds
+    // apart by their length.
     static const char* ipv4(Host host);
     static const char* ipv6(Host host);
 
  private:
+    std::string busAddress() const;
     void end(int signal);
 
     const Host mHost;
