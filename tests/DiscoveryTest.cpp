@@ -1,0 +1,223 @@
+#include "DiscoveryTest.h"
+
+#include <unistd.h>
+
+#include <asio/buffer.hpp>
+#include <asio/write.hpp>
+#include <iterator>
+#include <thread>
+#include <utility>
+
+#include "Clock.h"
+#include "TextFormat.h"
+#include "osal/osal.h"
+
+using asio::ip::tcp;
+using hostplatform::format;
+using hostplatform::Journal;
+using hostplatform::JournalEntry;
+
+namespace {
+
+constexpr std::chrono::seconds kPatience(20);
+
+struct {
+    uint32_t milliseconds = 0;
+    int left = 0;
+    std::function<void()> action;
+} thread_local sleepAction;
+
+thread_local uint64_t sleptInAll = 0;
+
+}  // namespace
+
+void osal_sleep_ms(uint32_t milliseconds) {
+    Journal::instance().add("sleep", std::to_string(milliseconds));
+    if (milliseconds == sleepAction.milliseconds && --sleepAction.left == 0) sleepAction.action();
+    std::this_thread::sleep_for(
+        hostplatform::realDuration(std::chrono::milliseconds(milliseconds)));
+    sleptInAll += milliseconds;
+}
+
+uint64_t osal_clock_ms() { return sleptInAll; }
+
+bool waitUntil(const std::function<bool()>& condition) {
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));  // between two looks
+    }
+    return true;
+}
+
+void noteResult(char name, int result, const MDnsWfdServiceInfo* info) {
+    Journal::instance().add(
+        "callback", info == nullptr
+                        ? format("%c(%d)", name, result)
+                        : format("%c(%d, %s, %s, %s, %s, %d)", name, result, info->serviceName,
+                                 info->regType, info->domain, info->ipAddress, info->port));
+}
+
+void noteTrigger(char name, const char* address, int port) {
+    Journal::instance().addFormatted("callback", "%c(%s, %d)", name, address, port);
+}
+
+tcp::iostream connectTo(int port, const char* from) {
+    static asio::io_context context;
+    tcp::socket socket(context, tcp::endpoint(asio::ip::make_address(from), 0));
+    socket.connect({asio::ip::address_v4::loopback(), static_cast<uint16_t>(port)});
+    socket.set_option(tcp::no_delay(true));
+    tcp::iostream stream(std::move(socket));
+    stream.expires_after(kPatience);
+    return stream;
+}
+
+void sendCommand(int port, const std::string& bytes) {
+    tcp::iostream source = connectTo(port);
+    source << bytes << std::flush;
+    EXPECT_EQ(source.get(), EOF);
+    EXPECT_NE(source.error(), asio::error::operation_aborted) << "the connection stays open";
+}
+
+Sink::Sink(const char* address) {
+    mAcceptor.open(tcp::v4());
+    mAcceptor.bind({asio::ip::make_address(address), 0});
+}
+
+std::string Sink::received() {
+    std::string bytes;
+    bool accepted = false;
+    mAcceptor.async_accept([&](std::error_code error, tcp::socket socket) {
+        accepted = !error;
+        tcp::iostream stream(std::move(socket));
+        stream.expires_after(kPatience);
+        for (std::istreambuf_iterator<char> byte(stream), end; byte != end; ++byte) {
+            bytes += format("%02x", static_cast<unsigned char>(*byte));
+        }
+    });
+    mContext.restart();
+    mContext.run_for(kPatience);
+    mAcceptor.cancel();
+    return accepted ? bytes : "(nobody)";
+}
+
+bool Sink::reached() {
+    std::error_code error;
+    tcp::socket socket(mContext);
+    mAcceptor.non_blocking(true);
+    mAcceptor.accept(socket, error);
+    return !error;
+}
+
+DiscoveryTest::DiscoveryTest() : mObjectMark(journal().mark()) {
+    library().onStart([this](DNSServiceRef ref, const std::string& name) { onStart(ref, name); });
+}
+
+DiscoveryTest::~DiscoveryTest() {
+    onSleep(0, 0, nullptr);
+    clear();
+    library().onStart(nullptr);
+    EXPECT_EQ(library().takeViolations(), Lines{});
+    EXPECT_EQ(library().liveCount(), 0U) << "references leaked";
+    // The next test is to see nothing of this one's threads.
+    EXPECT_TRUE(journal().waitQuiet(std::chrono::milliseconds(50), kPatience));
+}
+
+DiscoveryTest::Result DiscoveryTest::service(const std::string& name, bool found) {
+    Result result;
+    result.flags = found ? kDNSServiceFlagsAdd : 0;
+    result.name = name;
+    result.type = "_display._tcp.";
+    result.domain = "local.";
+    return result;
+}
+
+DiscoveryTest::Result DiscoveryTest::resolved(const std::string& host, int port) {
+    Result result;
+    result.target = host;
+    result.port = static_cast<uint16_t>(port);
+    return result;
+}
+
+DiscoveryTest::Result DiscoveryTest::address(const std::string& text) {
+    Result result;
+    result.address = text;
+    return result;
+}
+
+DiscoveryTest::Result DiscoveryTest::failure() {
+    Result result;
+    result.error = kDNSServiceErr_Unknown;
+    return result;
+}
+
+void DiscoveryTest::onStart(DNSServiceRef ref, const std::string& name) {
+    const std::lock_guard lock(mMutex);
+    for (const Result& result : mAnswers[name]) library().answer(ref, result);
+    mNewest[name] = ref;
+    mStarted.notify_all();
+}
+
+void DiscoveryTest::answer(const std::string& name, const std::vector<Result>& results) {
+    const std::lock_guard lock(mMutex);
+    mAnswers[name] = results;
+}
+
+void DiscoveryTest::report(const std::string& name, const Result& result) {
+    std::unique_lock lock(mMutex);
+    ASSERT_TRUE(mStarted.wait_for(lock, kPatience, [&] { return mNewest.count(name) != 0; }))
+        << "no request for " << name;
+    EXPECT_TRUE(library().answer(mNewest[name], result)) << "the request has ended";
+}
+
+void DiscoveryTest::onSleep(uint32_t milliseconds, int nth, std::function<void()> action) {
+    sleepAction.milliseconds = milliseconds;
+    sleepAction.left = nth;
+    sleepAction.action = std::move(action);
+}
+
+size_t DiscoveryTest::slept(uint32_t milliseconds) const {
+    size_t count = 0;
+    for (const JournalEntry& entry : journal().entries(marked())) {
+        if (entry.component == "sleep" && entry.thread == gettid() &&
+            entry.text == std::to_string(milliseconds)) {
+            ++count;
+        }
+    }
+    return count;
+}
+
+void DiscoveryTest::clear() {
+    mDnsClearInstances();
+    mObjectMark = journal().mark();
+}
+
+bool DiscoveryTest::waitForgotten() {
+    const auto begun = journal().waitFor("log", "MDnsSdChannel starting to monitor", mObjectMark);
+    return begun && waitRescanned(mObjectMark, begun->thread) >= 0;
+}
+
+DiscoveryTest::Lines DiscoveryTest::commands() const {
+    const std::string prefix = "V: runCommand ";
+    Lines lines;
+    for (const std::string& line : tagged("WFDmDns")) {
+        if (line.rfind(prefix, 0) == 0 && line.find("argv[") == std::string::npos) {
+            lines.push_back(line.substr(line.find(": ", prefix.size()) + 2));
+        }
+    }
+    return lines;
+}
+
+DiscoveryTest::Lines DiscoveryTest::tagged(const std::string& tag) const {
+    Lines lines;
+    for (const std::string& line : calls("log")) {
+        if (line.compare(2, tag.size() + 2, tag + ": ") != 0) continue;
+        lines.push_back(line.substr(0, 1) + line.substr(2 + tag.size()));
+    }
+    return lines;
+}
+
+DiscoveryTest::Lines DiscoveryTest::callbacks(size_t count) const {
+    waitUntil([&] { return calls("callback").size() >= count; });
+    return calls("callback");
+}

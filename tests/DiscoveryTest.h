@@ -1,0 +1,110 @@
+// What the tests of R2 discovery share: the library on a device whose DNS-SD and time are in the
+// test's hands, and the other ends of the trigger.
+//
+// Device time. A thread's clock shows how long it has slept in all, so that a wait is as long as
+// its sleeps say and not as the machine is busy. A sleep also takes some real time, 200 times less,
+// and is an entry of the journal's component "sleep".
+#pragma once
+
+#include <asio/io_context.hpp>
+#include <asio/ip/tcp.hpp>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "ChannelTest.h"
+#include "DeviceTest.h"
+#include "FakeDnsSd.h"
+#include "WfdDiscovery.h"
+
+// Polls a condition of another thread, at most 20 seconds; whether it came about.
+bool waitUntil(const std::function<bool()>& condition);
+
+// Note each call as an entry of the component "callback": "NAME(result, service name, type, domain,
+// address, port)", "NAME(result)" without a record, "NAME(address, port)". On any thread.
+void noteResult(char name, int result, const MDnsWfdServiceInfo* info);
+void noteTrigger(char name, const char* address, int port);
+template <char Name>
+void noted(int result, const MDnsWfdServiceInfo* info) {
+    noteResult(Name, result, info);
+}
+template <char Name>
+void triggered(const char* address, int port) {
+    noteTrigger(Name, address, port);
+}
+
+// A source that connects from an address of this host to a port of this host. Reads and writes end
+// after 20 seconds.
+asio::ip::tcp::iostream connectTo(int port, const char* from = "127.0.0.1");
+// Sends a command on a connection of its own and waits until the sink has closed it.
+void sendCommand(int port, const std::string& bytes);
+
+// A sink on a port of its own, which refuses connections until it listens.
+class Sink {
+ public:
+    explicit Sink(const char* address = "127.0.0.1");
+    int port() const { return mAcceptor.local_endpoint().port(); }
+    void listen() { mAcceptor.listen(); }
+    // All bytes of one connection, in hex; "(nobody)" when none is made in time.
+    std::string received();
+    // Whether a connection waits.
+    bool reached();
+
+ private:
+    asio::io_context mContext;
+    asio::ip::tcp::acceptor mAcceptor{mContext};
+};
+
+// At the end of a test there is no discovery object, and the fake must have nothing to complain of
+// and nothing left.
+class DiscoveryTest : public FastDeviceTest {
+ protected:
+    using Lines = std::vector<std::string>;
+    using Result = FakeDnsSd::Result;
+
+    DiscoveryTest();
+    ~DiscoveryTest() override;
+
+    static FakeDnsSd& library() { return FakeDnsSd::instance(); }
+    static Result service(const std::string& name, bool found = true);  // of _display._tcp. local.
+    static Result resolved(const std::string& host, int port);
+    static Result address(const std::string& text);
+    static Result failure();
+
+    // Requests are known by what they ask for: a service type, an instance name or a host name.
+    //
+    // Answers each request for it from now on at once, also before the call that starts it returns.
+    void answer(const std::string& name, const std::vector<Result>& results);
+    // Lets the newest request for it have one more result; waits until there is such a request.
+    void report(const std::string& name, const Result& result);
+
+    // Does something during the nth sleep of that length from now on, on this thread.
+    static void onSleep(uint32_t milliseconds, int nth, std::function<void()> action);
+    // How often this thread has slept that long since the mark.
+    size_t slept(uint32_t milliseconds) const;
+
+    void clear();  // ends the discovery object
+    // Waits until the object's channel has forgotten all requests that are stopped: their ids are
+    // free then.
+    bool waitForgotten();
+
+    // The commands to the channel since the mark, from any thread, as "SEQUENCE WORD ARGUMENT...".
+    Lines commands() const;
+    // What any thread has logged under a tag since the mark, as "PRIORITY: TEXT".
+    Lines tagged(const std::string& tag) const;
+    // The callbacks noted since the mark, once there are that many.
+    Lines callbacks(size_t count) const;
+
+ private:
+    void onStart(DNSServiceRef ref, const std::string& name);
+
+    uint64_t mObjectMark;  // the discovery object is younger
+    std::mutex mMutex;     // guards everything below
+    std::condition_variable mStarted;
+    std::map<std::string, std::vector<Result>> mAnswers;
+    std::map<std::string, DNSServiceRef> mNewest;
+};
