@@ -10,6 +10,7 @@
 
 #include "Clock.h"
 #include "TextFormat.h"
+#include "cutils/properties.h"
 #include "osal/osal.h"
 
 using asio::ip::tcp;
@@ -110,7 +111,9 @@ bool Sink::reached() {
 }
 
 DiscoveryTest::DiscoveryTest() : mObjectMark(journal().mark()) {
+    property_set("ctl.stop", "mdnsd");  // whatever the test before left
     library().onStart([this](DNSServiceRef ref, const std::string& name) { onStart(ref, name); });
+    mark();
 }
 
 DiscoveryTest::~DiscoveryTest() {
