@@ -30,13 +30,23 @@ struct {
 
 thread_local uint64_t sleptInAll = 0;
 
+// Waits until all results have been reported, those of DNS-SD and of the session client.
+void settle() {
+    EXPECT_TRUE(waitUntil([] { return FakeDnsSd::instance().idle(); }));
+    EXPECT_TRUE(hostplatform::waitReported());
+}
+
 }  // namespace
 
 void osal_sleep_ms(uint32_t milliseconds) {
     Journal::instance().add("sleep", std::to_string(milliseconds));
     if (milliseconds == sleepAction.milliseconds && --sleepAction.left == 0) sleepAction.action();
-    std::this_thread::sleep_for(
-        hostplatform::realDuration(std::chrono::milliseconds(milliseconds)));
+    if (gettid() != getpid()) {
+        std::this_thread::sleep_for(
+            hostplatform::realDuration(std::chrono::milliseconds(milliseconds)));
+    } else if (milliseconds >= 1000) {
+        settle();
+    }
     sleptInAll += milliseconds;
 }
 
@@ -171,6 +181,8 @@ void DiscoveryTest::report(const std::string& name, const Result& result) {
     ASSERT_TRUE(mStarted.wait_for(lock, kPatience, [&] { return mNewest.count(name) != 0; }))
         << "no request for " << name;
     EXPECT_TRUE(library().answer(mNewest[name], result)) << "the request has ended";
+    lock.unlock();
+    settle();
 }
 
 void DiscoveryTest::onSleep(uint32_t milliseconds, int nth, std::function<void()> action) {

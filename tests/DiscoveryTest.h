@@ -2,8 +2,9 @@
 // test's hands, and the other ends of the trigger.
 //
 // Device time. A thread's clock shows how long it has slept in all, so that a wait is as long as
-// its sleeps say and not as the machine is busy. A sleep also takes some real time, 200 times less,
-// and is an entry of the journal's component "sleep".
+// its sleeps say, however busy the machine is. A sleep is an entry of the journal's component
+// "sleep". On the test's own thread it takes no real time, but in one of a second or more
+// everything that has a result coming gets it.
 #pragma once
 
 #include <asio/io_context.hpp>
@@ -79,7 +80,8 @@ class DiscoveryTest : public FastDeviceTest {
     //
     // Answers each request for it from now on at once, also before the call that starts it returns.
     void answer(const std::string& name, const std::vector<Result>& results);
-    // Lets the newest request for it have one more result; waits until there is such a request.
+    // Lets the newest request for it have one more result, and waits until that has been dealt
+    // with; waits until there is such a request.
     void report(const std::string& name, const Result& result);
 
     // Does something during the nth sleep of that length from now on, on this thread.

@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <deque>
 #include <thread>
 #include <utility>
@@ -172,6 +173,13 @@ size_t FakeDnsSd::liveCount() const {
 uint64_t FakeDnsSd::reportedCount() const {
     const std::lock_guard lock(mMutex);
     return mReported;
+}
+
+bool FakeDnsSd::idle() const {
+    const std::lock_guard lock(mMutex);
+    return std::all_of(mReferences.begin(), mReferences.end(), [](const auto& entry) {
+        return entry.second->results.empty() && entry.second->processing == std::thread::id();
+    });
 }
 
 std::vector<std::string> FakeDnsSd::takeViolations() {

@@ -67,6 +67,9 @@ class FakeDnsSd {
     int socketOf(DNSServiceRef ref) const;  // -1 when it is gone
     size_t liveCount() const;
     uint64_t reportedCount() const;  // callbacks called
+    // Whether every result that a live reference was given has been reported, and its callback has
+    // returned.
+    bool idle() const;
     // What has been written down since the last time.
     std::vector<std::string> takeViolations();
 
