@@ -1,10 +1,11 @@
 #include "DiscoveryTest.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <asio/buffer.hpp>
+#include <asio/io_context.hpp>
 #include <asio/write.hpp>
-#include <iterator>
 #include <thread>
 #include <utility>
 
@@ -20,7 +21,7 @@ using hostplatform::JournalEntry;
 
 namespace {
 
-constexpr std::chrono::seconds kPatience(20);
+constexpr std::chrono::duration<int> kPatience(20);  // seconds
 
 struct {
     uint32_t milliseconds = 0;
@@ -29,6 +30,12 @@ struct {
 } thread_local sleepAction;
 
 thread_local uint64_t sleptInAll = 0;
+
+// The context that sockets are made in; nothing runs in it.
+asio::io_context& sockets() {
+    static asio::io_context context;
+    return context;
+}
 
 // Waits until all results have been reported, those of DNS-SD and of the session client.
 void settle() {
@@ -73,51 +80,47 @@ void noteTrigger(char name, const char* address, int port) {
     Journal::instance().addFormatted("callback", "%c(%s, %d)", name, address, port);
 }
 
-tcp::iostream connectTo(int port, const char* from) {
-    static asio::io_context context;
-    tcp::socket socket(context, tcp::endpoint(asio::ip::make_address(from), 0));
-    socket.connect({asio::ip::address_v4::loopback(), static_cast<uint16_t>(port)});
-    socket.set_option(tcp::no_delay(true));
-    tcp::iostream stream(std::move(socket));
-    stream.expires_after(kPatience);
-    return stream;
+Connection::Connection(int port, const char* from)
+    : mSocket(sockets(), tcp::endpoint(asio::ip::make_address(from), 0)) {
+    mSocket.connect({asio::ip::address_v4::loopback(), static_cast<uint16_t>(port)});
+    mSocket.set_option(tcp::no_delay(true));
+}
+
+void Connection::send(const std::string& bytes) { asio::write(mSocket, asio::buffer(bytes)); }
+
+std::string Connection::received() {
+    std::string text;
+    pollfd ready{mSocket.native_handle(), POLLIN, 0};
+    while (poll(&ready, 1, 1000 * kPatience.count()) > 0) {
+        unsigned char byte = 0;
+        std::error_code end;
+        mSocket.read_some(asio::buffer(&byte, 1), end);
+        if (end) return text;
+        text += format("%02x", byte);
+    }
+    return text + "(open)";
 }
 
 void sendCommand(int port, const std::string& bytes) {
-    tcp::iostream source = connectTo(port);
-    source << bytes << std::flush;
-    EXPECT_EQ(source.get(), EOF);
-    EXPECT_NE(source.error(), asio::error::operation_aborted) << "the connection stays open";
+    Connection source(port);
+    source.send(bytes);
+    EXPECT_EQ(source.received(), "");
 }
 
-Sink::Sink(const char* address) {
+Sink::Sink(const char* address) : mAcceptor(sockets()) {
     mAcceptor.open(tcp::v4());
     mAcceptor.bind({asio::ip::make_address(address), 0});
 }
 
 std::string Sink::received() {
-    std::string bytes;
-    bool accepted = false;
-    mAcceptor.async_accept([&](std::error_code error, tcp::socket socket) {
-        accepted = !error;
-        tcp::iostream stream(std::move(socket));
-        stream.expires_after(kPatience);
-        for (std::istreambuf_iterator<char> byte(stream), end; byte != end; ++byte) {
-            bytes += format("%02x", static_cast<unsigned char>(*byte));
-        }
-    });
-    mContext.restart();
-    mContext.run_for(kPatience);
-    mAcceptor.cancel();
-    return accepted ? bytes : "(nobody)";
+    pollfd ready{mAcceptor.native_handle(), POLLIN, 0};
+    if (poll(&ready, 1, 1000 * kPatience.count()) <= 0) return "(nobody)";
+    return Connection(mAcceptor.accept()).received();
 }
 
 bool Sink::reached() {
-    std::error_code error;
-    tcp::socket socket(mContext);
-    mAcceptor.non_blocking(true);
-    mAcceptor.accept(socket, error);
-    return !error;
+    pollfd ready{mAcceptor.native_handle(), POLLIN, 0};
+    return poll(&ready, 1, 0) > 0;
 }
 
 DiscoveryTest::DiscoveryTest() : mObjectMark(journal().mark()) {

@@ -7,7 +7,6 @@
 // everything that has a result coming gets it.
 #pragma once
 
-#include <asio/io_context.hpp>
 #include <asio/ip/tcp.hpp>
 #include <condition_variable>
 #include <cstdint>
@@ -15,6 +14,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ChannelTest.h"
@@ -38,10 +38,22 @@ void triggered(const char* address, int port) {
     noteTrigger(Name, address, port);
 }
 
-// A source that connects from an address of this host to a port of this host. Reads and writes end
-// after 20 seconds.
-asio::ip::tcp::iostream connectTo(int port, const char* from = "127.0.0.1");
-// Sends a command on a connection of its own and waits until the sink has closed it.
+// One end of a TCP connection on this host.
+class Connection {
+ public:
+    // A source's to a port. Throws std::system_error.
+    explicit Connection(int port, const char* from = "127.0.0.1");
+    explicit Connection(asio::ip::tcp::socket socket) : mSocket(std::move(socket)) {}
+    void send(const std::string& bytes);
+    void sendEnd() { mSocket.shutdown(asio::ip::tcp::socket::shutdown_send); }
+    // All that comes until the connection ends, in hex; with "(open)" when it does not end in time.
+    std::string received();
+
+ private:
+    asio::ip::tcp::socket mSocket;
+};
+
+// Sends a command on a connection of its own, which the sink closes when it has dealt with it.
 void sendCommand(int port, const std::string& bytes);
 
 // A sink on a port of its own, which refuses connections until it listens.
@@ -50,14 +62,13 @@ class Sink {
     explicit Sink(const char* address = "127.0.0.1");
     int port() const { return mAcceptor.local_endpoint().port(); }
     void listen() { mAcceptor.listen(); }
-    // All bytes of one connection, in hex; "(nobody)" when none is made in time.
+    // What comes on one connection, as above; "(nobody)" when none is made in time.
     std::string received();
     // Whether a connection waits.
     bool reached();
 
  private:
-    asio::io_context mContext;
-    asio::ip::tcp::acceptor mAcceptor{mContext};
+    asio::ip::tcp::acceptor mAcceptor;
 };
 
 // At the end of a test there is no discovery object, and the fake must have nothing to complain of

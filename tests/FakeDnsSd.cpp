@@ -177,9 +177,9 @@ uint64_t FakeDnsSd::reportedCount() const {
 
 bool FakeDnsSd::idle() const {
     const std::lock_guard lock(mMutex);
-    return std::all_of(mReferences.begin(), mReferences.end(), [](const auto& entry) {
-        return entry.second->results.empty() && entry.second->processing == std::thread::id();
-    });
+    return mReporting == 0 &&
+           std::all_of(mReferences.begin(), mReferences.end(),
+                       [](const auto& entry) { return entry.second->results.empty(); });
 }
 
 std::vector<std::string> FakeDnsSd::takeViolations() {
@@ -231,9 +231,11 @@ DNSServiceErrorType FakeDnsSd::process(DNSServiceRef ref) {
     if (reference->results.empty()) (void)!read(reference->sockets[0], &byte, 1);
     reference->processing = std::this_thread::get_id();
     ++mReported;
+    ++mReporting;
     lock.unlock();
     reference->report(ref, result);
     lock.lock();
+    --mReporting;
     reference->processing = std::thread::id();
     return kDNSServiceErr_NoError;
 }
