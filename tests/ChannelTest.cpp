@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <iterator>
 
+using hostplatform::Journal;
 using hostplatform::JournalEntry;
 
 void Latch::open() {
@@ -42,6 +43,26 @@ bool allowDescriptors(unsigned count) {
     if (limit.rlim_max < count) return false;
     limit.rlim_cur = count;
     return setrlimit(RLIMIT_NOFILE, &limit) == 0;
+}
+
+int waitRescanned(uint64_t from, pid_t monitorThread) {
+    const Journal& journal = Journal::instance();
+    const size_t wanted = journal.count("log", "triggering rescan", from);
+    while (true) {
+        const uint64_t end = journal.mark();
+        size_t made = 0;
+        for (const JournalEntry& entry : journal.entries(from)) {
+            if (entry.thread != monitorThread) continue;
+            if (entry.text == "D/MDnsDS: MDnsSdChannel::Monitor got 1") ++made;
+            int entries = -1;
+            if (made >= wanted &&
+                sscanf(entry.text.c_str(), "D/MDnsDS: Going to poll with pollCount %d", &entries) ==
+                    1) {
+                return entries;
+            }
+        }
+        if (!journal.waitFor("log", "Going to poll with pollCount", end)) return -1;
+    }
 }
 
 ChannelTest::ChannelTest() : mStart(journal().mark()), mMark(mStart) {
@@ -116,25 +137,6 @@ ChannelTest::Lines ChannelTest::resultTrace() const {
         std::find_if(lines.rbegin(), lines.rend(), contains("calling ProcessResults"));
     const auto begin = before.base();
     return {begin, std::find_if(begin, lines.end(), contains("controlSocket shows"))};
-}
-
-int ChannelTest::waitRescanned() {
-    const size_t wanted = journal().count("log", "triggering rescan", mStart);
-    while (true) {
-        const uint64_t end = journal().mark();
-        size_t made = 0;
-        for (const JournalEntry& entry : journal().entries(mStart)) {
-            if (entry.thread != mMonitorThread) continue;
-            if (entry.text == "D/MDnsDS: MDnsSdChannel::Monitor got 1") ++made;
-            int entries = -1;
-            if (made >= wanted &&
-                sscanf(entry.text.c_str(), "D/MDnsDS: Going to poll with pollCount %d", &entries) ==
-                    1) {
-                return entries;
-            }
-        }
-        if (!journal().waitFor("log", "Going to poll with pollCount", end)) return -1;
-    }
 }
 
 ChannelTest::Hold::Hold(ChannelTest& test) : mTest(test) {

@@ -42,6 +42,10 @@ std::set<int> openDescriptors();
 // Lets this process have that many, from now on. False when it may not.
 bool allowDescriptors(unsigned count);
 
+// Waits until a channel's monitor has made every rescan asked for since `from`, when it was not
+// there yet or had made all; how many entries it polls then. -1 if that does not come about.
+int waitRescanned(uint64_t from, pid_t monitorThread);
+
 // A channel on the fake library. At the end of a test everything that it started is stopped, and
 // the library must have nothing to complain of and nothing left.
 class ChannelTest : public testing::Test {
@@ -71,9 +75,7 @@ class ChannelTest : public testing::Test {
     // The same of the monitor thread from its latest result on, without the lines around it.
     Lines resultTrace() const;
     pid_t monitorThread() const { return mMonitorThread; }
-    // Waits until the monitor has made every rescan asked for so far; how many entries it polls
-    // then. -1 if that does not come about.
-    int waitRescanned();
+    int waitRescanned() const { return ::waitRescanned(mStart, mMonitorThread); }
     size_t count(const char* component, const std::string& part) const {
         return journal().count(component, part, mMark);
     }

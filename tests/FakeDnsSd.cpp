@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <deque>
 #include <thread>
 #include <utility>
@@ -174,6 +175,13 @@ uint64_t FakeDnsSd::reportedCount() const {
     return mReported;
 }
 
+bool FakeDnsSd::idle() const {
+    const std::lock_guard lock(mMutex);
+    return mReporting == 0 &&
+           std::all_of(mReferences.begin(), mReferences.end(),
+                       [](const auto& entry) { return entry.second->results.empty(); });
+}
+
 std::vector<std::string> FakeDnsSd::takeViolations() {
     const std::lock_guard lock(mMutex);
     return std::exchange(mViolations, {});
@@ -223,9 +231,11 @@ DNSServiceErrorType FakeDnsSd::process(DNSServiceRef ref) {
     if (reference->results.empty()) (void)!read(reference->sockets[0], &byte, 1);
     reference->processing = std::this_thread::get_id();
     ++mReported;
+    ++mReporting;
     lock.unlock();
     reference->report(ref, result);
     lock.lock();
+    --mReporting;
     reference->processing = std::thread::id();
     return kDNSServiceErr_NoError;
 }

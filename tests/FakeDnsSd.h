@@ -67,6 +67,9 @@ class FakeDnsSd {
     int socketOf(DNSServiceRef ref) const;  // -1 when it is gone
     size_t liveCount() const;
     uint64_t reportedCount() const;  // callbacks called
+    // Whether every result that a live reference was given has been reported, and every callback
+    // has returned.
+    bool idle() const;
     // What has been written down since the last time.
     std::vector<std::string> takeViolations();
 
@@ -93,6 +96,7 @@ class FakeDnsSd {
     std::unordered_map<DNSServiceRef, std::shared_ptr<Reference>> mReferences;
     uintptr_t mNewest = 0;  // counts them
     uint64_t mReported = 0;
+    int mReporting = 0;  // also for references that their own results have deallocated
     std::vector<std::string> mViolations;
     std::shared_ptr<const Hook> mOnStart;
     std::shared_ptr<const Hook> mOnDeallocate;

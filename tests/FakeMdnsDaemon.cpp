@@ -1,0 +1,25 @@
+// The platform's mDNS daemon for tests on the fake DNS-SD client library: a property service whose
+// daemon starts and stops at once. Linked into a test's executable.
+#include <atomic>
+#include <cstring>
+#include <string>
+
+#include "Journal.h"
+#include "cutils/properties.h"
+
+namespace {
+
+std::atomic<bool> running{false};
+
+}  // namespace
+
+int property_get(const char* /*key*/, char* value, const char* /*default_value*/) {
+    strcpy(value, running ? "running" : "stopped");
+    return static_cast<int>(strlen(value));
+}
+
+int property_set(const char* key, const char* value) {
+    hostplatform::Journal::instance().add("property", std::string(key) + " = " + value);
+    running = strcmp(key, "ctl.start") == 0;
+    return 0;
+}
