@@ -6,8 +6,7 @@
  *
  * Command texts. Most commands take their parameters as one NUL-terminated text of comma-separated
  * names, each followed by its value ("framename,RTSP,RtspMsgType,PAUSE"). Names are found without
- * regard to case. The text is never modified. A null text has no
- * parameters.
+ * regard to case. The text is never modified. A null text has no parameters.
  *
  * Status. 0: done, or nothing to do. 1: the action was carried out. 2: nothing that the command can
  * do for these parameters, or the action failed. -1: error. -2: a required parameter is missing or
@@ -77,7 +76,7 @@ MIRACAST_SIGMA_EXPORT int sta_preset_testparameters(const char* command, char** 
 MIRACAST_SIGMA_EXPORT int start_wfd_connection(const char* passThroughText, const char* peerAddress,
                                                int port, int peerDeviceType, char** response);
 
-/* As start_wfd_connection, but leaves wfd_device_type as it is. */
+/* As start_wfd_connection, but leaves wfd_device_type as it is and discovers nobody. */
 MIRACAST_SIGMA_EXPORT int connect_go_start_wfd(const char* passThroughText, const char* peerAddress,
                                                int port, int peerDeviceType, char** response);
 
@@ -231,12 +230,14 @@ MIRACAST_SIGMA_EXPORT extern pthread_t uibc_worker_handle;
 /* The last playback thread, joinable; whoever wants its resources back joins it. */
 MIRACAST_SIGMA_EXPORT extern pthread_t rtsp_playback_thread;
 
-/* The DNS-SD instance name that this device is registered under, empty when it is not. Filled on
- * another thread: stable for the agent once the command that answers it has returned. */
+/* The DNS-SD instance name of this device's last registration, emptied by resetmDNSParams. Written
+ * on another thread when the daemon reports the name, also when it changes it later; the answer of
+ * sta_preset_testparameters is a copy. */
 MIRACAST_SIGMA_EXPORT extern char instanceName[64];
 
-/* The last resolved R2 peer: 192 bytes, declared in MDnsWfdServiceInfo.h. Filled on another thread
- * while a discovery runs. */
+/* The last resolved R2 peer: 192 bytes, declared in MDnsWfdServiceInfo.h. Written on another
+ * thread for each IPv4 address of the peer, until resetmDNSParams; getmDNSPeerIPandPort gives a
+ * copy. */
 struct MDnsWfdServiceInfo;
 MIRACAST_SIGMA_EXPORT extern struct MDnsWfdServiceInfo actualvalues;
 

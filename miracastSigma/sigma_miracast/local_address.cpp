@@ -20,7 +20,7 @@ constexpr int kAddressTextSize = 20;
 
 class Socket {
  public:
-    Socket(int family, int type) : mDescriptor(socket(family, type, 0)) {}
+    Socket(int family, int type) : mDescriptor(socket(family, type | SOCK_CLOEXEC, 0)) {}
     ~Socket() {
         if (mDescriptor >= 0) close(mDescriptor);
     }

@@ -10,28 +10,18 @@
 
 namespace {
 
-// What the command reads. Nothing acts on those without a name here; looking them up leaves the
-// test's parameters in the log.
-struct Preset {
-    explicit Preset(const char* command)
-        : discovery(command, "mdns_disc"),
-          role(command, "mdns_role"),
-          deviceType(command, "wfddevtype") {
-        for (const char* const name :
-             {"ctt_sequence1", "ctt_sequence2", "ctt_sequence3", "ctt_sequence6"}) {
-            const Parameter<512> unused(command, name);
-        }
-        const Parameter<16> program(command, "Program");
-        const Parameter<64> profileChange(command, "ProfileChange");
-        const Parameter<512> parameter(command, "Parameter");
-        const Parameter<32> testId(command, "testid");
-        const Parameter<64> optionalFeature(command, "OptionalFeature");
+// Nothing acts on these; looking them up leaves them in the log.
+void logUnusedParameters(const char* command) {
+    for (const char* const name :
+         {"ctt_sequence1", "ctt_sequence2", "ctt_sequence3", "ctt_sequence6"}) {
+        const Parameter<512> sequence(command, name);
     }
-
-    const Parameter<32> discovery;
-    const Parameter<32> role;
-    const Parameter<32> deviceType;
-};
+    const Parameter<16> program(command, "Program");
+    const Parameter<64> profileChange(command, "ProfileChange");
+    const Parameter<512> parameter(command, "Parameter");
+    const Parameter<32> testId(command, "testid");
+    const Parameter<64> optionalFeature(command, "OptionalFeature");
+}
 
 int answerInstanceName(char** response) {
     getInstanceName();
@@ -51,28 +41,31 @@ int answerInstanceName(char** response) {
 
 int sta_preset_testparameters(const char* command, char** response) {
     SIGMA_LOG("vestor: sta_preset_testparameters %s", printable(command));
-    const Preset preset(command);
+    const Parameter<32> discovery(command, "mdns_disc");
+    const Parameter<32> role(command, "mdns_role");
+    const Parameter<32> deviceType(command, "wfddevtype");
+    logUnusedParameters(command);
+    if (response != nullptr) *response = nullptr;
+    resetmDNSParams();
     if (response == nullptr) {
         SIGMA_LOG("vestor: respBuf is NULL");
         return -1;
     }
-    *response = nullptr;
-    resetmDNSParams();
-    if (!preset.discovery.is("enable")) return 0;
+    if (!discovery.is("enable")) return 0;
 
-    if (preset.role.is("responder")) {
-        if (preset.deviceType.is("p-sink")) {
+    if (role.is("responder")) {
+        if (deviceType.is("p-sink")) {
             registerPrimarySink();
-        } else if (preset.deviceType.is("source")) {
+        } else if (deviceType.is("source")) {
             registerSource();
         }
         return answerInstanceName(response);
     }
     // A browser has nothing to prepare: start_wfd_connection browses.
-    if (preset.role.is("browser")) {
-        if (preset.deviceType.is("p-sink")) {
+    if (role.is("browser")) {
+        if (deviceType.is("p-sink")) {
             SIGMA_LOG("DO nothing for now for p-sink browser");
-        } else if (preset.deviceType.is("source")) {
+        } else if (deviceType.is("source")) {
             SIGMA_LOG("DO nothing for now for source browser");
         }
     }

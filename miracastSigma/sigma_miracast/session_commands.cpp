@@ -5,6 +5,7 @@
 
 #include "binder/ProcessState.h"
 #include "bounded_copy.h"
+#include "discovery.h"
 #include "local_address.h"
 #include "miracast_sigma.h"
 #include "osal/osal.h"
@@ -16,7 +17,6 @@ namespace {
 constexpr const char* kSourceFile = "miracastSigma/sigma_miracast";
 
 constexpr int kDiscoverPort = -100;  // asks for the peer to be discovered
-constexpr int kRtspControlPort = 7236;
 constexpr size_t kAddressSize = 32;
 
 // Makes the response text. Null, logged, without a response address or without memory.

@@ -13,7 +13,6 @@
 
 namespace {
 
-constexpr int kRtspControlPort = 7236;
 constexpr uint32_t kPollIntervalMs = 1000;
 constexpr int kNamePolls = 10;
 constexpr int kResolvePolls = 60;
@@ -21,10 +20,8 @@ constexpr uint32_t kSinkDiscoveryMs = 20000;
 // Longer texts are IPv6 addresses.
 constexpr size_t kMaxIpv4Text = 15;
 
-// instanceName and actualvalues are plain memory that the agent sees too. The monitor thread fills
-// them and the command thread polls them; both do so with this lock, held for the copy alone. What
-// the agent reads after the command that waited for it has returned is ordered by that command's
-// own look.
+// instanceName and actualvalues are plain memory. The monitor thread fills them and the command
+// thread polls and copies them, both with this lock, held for the copy alone.
 std::mutex resultLock;
 
 // Set by the monitor thread, cleared and polled by the command thread.
@@ -41,24 +38,22 @@ MDnsWfdServiceInfo resolvedPeer() {
     return actualvalues;
 }
 
-void registerSourceCallback(int result, const MDnsWfdServiceInfo* info) {
+void onRegistered(const char* what, int result, const MDnsWfdServiceInfo* info) {
     if (result != 0) {
-        SIGMA_LOG("Failed to register source service\n");
+        SIGMA_LOG("Failed to register %s\n", what);
         return;
     }
-    SIGMA_LOG("Succeeded to register source service: %s %s %s\n", info->serviceName, info->regType,
+    SIGMA_LOG("Succeeded to register %s: %s %s %s\n", what, info->serviceName, info->regType,
               info->domain);
     setInstanceName(info->serviceName);
 }
 
+void registerSourceCallback(int result, const MDnsWfdServiceInfo* info) {
+    onRegistered("source service", result, info);
+}
+
 void registerCallback(int result, const MDnsWfdServiceInfo* info) {
-    if (result != 0) {
-        SIGMA_LOG("Failed to register service\n");
-        return;
-    }
-    SIGMA_LOG("Succeeded to register service: %s %s %s\n", info->serviceName, info->regType,
-              info->domain);
-    setInstanceName(info->serviceName);
+    onRegistered("service", result, info);
 }
 
 void triggerCallback(const char* peerAddress, int port) {

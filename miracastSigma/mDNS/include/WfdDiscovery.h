@@ -6,7 +6,8 @@
  * TCP server, on which a source asks it to connect ("trigger").
  *
  * All functions work on one object of the process. Registering, unregistering, discovering and
- * setTriggerCallback make it when there is none; the others then do nothing and return -1.
+ * setTriggerCallback make it when there is none; the others then do nothing, and those with a
+ * result return -1.
  *
  * Threads. Call one function at a time; mDnsResolveWfd may also be called from inside a discovery
  * callback. Registration, discovery and resolution call back on the monitor thread of the DNS-SD
@@ -14,7 +15,8 @@
  * the trigger server's thread.
  *
  * Results, where nothing else is said: 200 when the request was started or stopped, 501 when it was
- * refused, -1 for arguments that are not allowed (logged).
+ * refused, -1 for arguments that are not allowed. A request that was stopped is refused for the
+ * moment that the monitor thread takes to forget it.
  */
 #ifndef WFD_DISCOVERY_H
 #define WFD_DISCOVERY_H
@@ -30,7 +32,8 @@ extern "C" {
 enum { WFD_R2_SOURCE = 1, WFD_R2_PRIMARY_SINK = 2, WFD_R2_SECONDARY_SINK = 4 };
 
 /*
- * result 0: a record that is valid during the call (that of a resolution until the next one).
+ * result 0: a record that is valid during the call; that of a resolution until the next one, a
+ * failure of its own, or mDnsClearInstances.
  * Otherwise a result code of the DNS-SD channel and a null record.
  */
 typedef void (*MDnsRegisterCallback)(int result, const MDnsWfdServiceInfo* info);
@@ -46,7 +49,8 @@ MIRACAST_SIGMA_EXPORT void mDnsClearInstances(void);
 
 /* Registers a sink: WFD_R2_PRIMARY_SINK as "display", WFD_R2_SECONDARY_SINK as "displayssink", with
  * the port of the trigger server. The callback gets the name that was registered in the end, again
- * when it changes. One registration at a time: unregister first. */
+ * when it changes. One registration at a time: unregister first. -1 also when the server's thread
+ * cannot be started. */
 MIRACAST_SIGMA_EXPORT int mDnsRegisterWfdSink(int deviceSinkType, MDnsRegisterCallback callback);
 
 /* Registers a source as "displaysrc" with its RTSP control port. `name` is not used, may be null.

@@ -1,7 +1,6 @@
 #include "WFDTriggerTcpClient.h"
 
 #include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -16,28 +15,22 @@ namespace {
 constexpr long kMaxWaitMs = 10000;
 constexpr uint32_t kRetryIntervalMs = 200;
 
-// The result of inet_pton.
-int fillAddress(sockaddr_in* target, const std::string& address, int port) {
-    *target = {};
-    target->sin_family = AF_INET;
-    target->sin_port = htons(static_cast<uint16_t>(port));
-    return inet_pton(AF_INET, address.c_str(), &target->sin_addr);
-}
-
 bool connectTo(int socket, const sockaddr_in& target) {
     return connect(socket, reinterpret_cast<const sockaddr*>(&target), sizeof target) == 0;
 }
 
 }  // namespace
 
-WFDTriggerTcpClient::WFDTriggerTcpClient(const std::string& address, int port) : mAddress(address) {
-    if (!openSocket()) return;
-    sockaddr_in sink;
-    if (fillAddress(&sink, address, port) <= 0) {
+WFDTriggerTcpClient::WFDTriggerTcpClient(const std::string& address, int port) {
+    const bool open = openSocket();
+    mSink.sin_port = htons(static_cast<uint16_t>(port));
+    if (inet_pton(AF_INET, address.c_str(), &mSink.sin_addr) > 0) {
+        mSink.sin_family = AF_INET;
+    } else if (open) {
         TRIGGER_LOGE("client: inet_pton error for %s", address.c_str());
-        return;
     }
-    mConnected = connectTo(mSocket, sink);
+    if (!open || mSink.sin_family != AF_INET) return;
+    mConnected = connectTo(mSocket, mSink);
     if (!mConnected) TRIGGER_LOGE("client connect failed with errno=%d", errno);
 }
 
@@ -55,13 +48,12 @@ void WFDTriggerTcpClient::closeSocket() {
 }
 
 void WFDTriggerTcpClient::retrytcpconnect(int port) {
-    if (mConnected) return;
-    sockaddr_in sink;
-    if (fillAddress(&sink, mAddress, port) <= 0) return;  // logged before: there is nobody to reach
+    if (mConnected || mSink.sin_family != AF_INET) return;
+    mSink.sin_port = htons(static_cast<uint16_t>(port));
     const uint64_t start = osal_clock_ms();
     closeSocket();
     while (openSocket()) {
-        const bool connected = connectTo(mSocket, sink);
+        const bool connected = connectTo(mSocket, mSink);
         const int error = errno;
         const long elapsed = static_cast<long>(osal_clock_ms() - start);
         if (connected) {

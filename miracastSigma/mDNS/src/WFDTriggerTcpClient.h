@@ -3,6 +3,8 @@
 // Usage: construct, retrytcpconnect, trigger, destroy; all on one thread.
 #pragma once
 
+#include <netinet/in.h>
+
 #include <string>
 
 #include "miracast_sigma.h"
@@ -31,5 +33,5 @@ class MIRACAST_SIGMA_EXPORT WFDTriggerTcpClient {
 
     int mSocket = -1;
     bool mConnected = false;
-    const std::string mAddress;  // the retries go where the first attempt went
+    sockaddr_in mSink{};  // where the retries go too; without a family when there is no address
 };

@@ -44,5 +44,5 @@ class MIRACAST_SIGMA_EXPORT WFDTriggerTcpServer {
     std::thread* mThread = nullptr;
     std::atomic<int> mSocket{-1};
     int mPort = -1;                    // written before the thread starts
-    std::atomic<int> mConnection{-1};  // whose command is being read
+    std::atomic<int> mConnection{-1};  // whose command is being carried out
 };

@@ -1,7 +1,7 @@
 #include "WFDmDns.h"
 
 #include <cstdio>
-#include <system_error>
+#include <exception>
 #include <vector>
 
 #include "WFDTriggerTcpClient.h"
@@ -15,8 +15,7 @@ namespace {
 #define WFD_LOGE(...) __android_log_print(ANDROID_LOG_ERROR, "WFDmDns", __VA_ARGS__)
 
 // The platform's assertion would end the agent's process; this says the same and goes on.
-#define HOLDS(expression) \
-    holds(static_cast<bool>(expression), #expression, static_cast<const char*>(__func__))
+#define HOLDS(expression) holds(static_cast<bool>(expression), #expression, __func__)
 
 bool holds(bool condition, const char* expression, const char* function) {
     if (!condition) {
@@ -28,12 +27,15 @@ bool holds(bool condition, const char* expression, const char* function) {
 
 const char* orEmpty(const char* text) { return text == nullptr ? "" : text; }
 
-MDnsWfdServiceInfo serviceInfo(const char* serviceName, const char* regType, const char* domain) {
+// Tells a callback, if there is one, of a registered or discovered service.
+void report(void (*callback)(int, const MDnsWfdServiceInfo*), int code, const char* serviceName,
+            const char* regType, const char* domain) {
+    if (callback == nullptr) return;
     MDnsWfdServiceInfo info{};
     copyText(info.serviceName, serviceName);
     copyText(info.regType, regType);
     copyText(info.domain, domain);
-    return info;
+    callback(code, code == 0 ? &info : nullptr);
 }
 
 // In the order in which they are browsed.
@@ -51,7 +53,11 @@ WFDmDns::~WFDmDns() {
         const std::lock_guard lock(mResolveLock);
         resolving = mResolveCallback != nullptr;
     }
-    if (resolving) runCommand({nextSequence(), "stop-resolve", kResolveRequestId});
+    if (resolving) {
+        runCommand({nextSequence(), "stop-resolve", kResolveRequestId});
+        const std::lock_guard lock(mResolveLock);
+        mResolveCallback = nullptr;
+    }
     if (mAddressQueried) runCommand({nextSequence(), "stop-getaddrinfo", kGetAddrInfoRequestId});
     stopService();
 }
@@ -101,7 +107,7 @@ bool WFDmDns::makeTriggerServer() {
     if (mTriggerServer != nullptr) return true;
     try {
         mTriggerServer = new WFDTriggerTcpServer;
-    } catch (const std::system_error& error) {
+    } catch (const std::exception& error) {
         WFD_LOGE("no trigger server: %s", error.what());
     }
     return mTriggerServer != nullptr;
@@ -120,11 +126,8 @@ int WFDmDns::registerSink(int deviceSinkType, MDnsRegisterCallback callback) {
     }
     mMyDeviceType = deviceSinkType;
     startService();
+    if (!makeTriggerServer()) return -1;
     mRegisterCallback = callback;
-    if (!makeTriggerServer()) {
-        mRegisterCallback = nullptr;
-        return -1;
-    }
     const int port = mTriggerServer->getServerPort();
     WFD_LOGV("register sink, tcp port %d", port);
     return registerService(
@@ -151,14 +154,7 @@ void WFDmDns::onRegisterResult(int code, const char* serviceName, const char* re
                                const char* domain) {
     printf("onRegisterResult %s, %s, %s\n", orEmpty(serviceName), orEmpty(regType),
            orEmpty(domain));
-    const MDnsRegisterCallback callback = mRegisterCallback;
-    if (callback == nullptr) return;
-    if (code != 0) {
-        callback(code, nullptr);
-        return;
-    }
-    const MDnsWfdServiceInfo info = serviceInfo(serviceName, regType, domain);
-    callback(0, &info);
+    report(mRegisterCallback, code, serviceName, regType, domain);
 }
 
 int WFDmDns::discover(int deviceTypes, MDnsDiscoverCallback callback) {
@@ -204,25 +200,20 @@ int WFDmDns::stopDiscovery() {
 
 void WFDmDns::onDiscoverResult(int code, const char* serviceName, const char* regType,
                                const char* domain) {
-    const MDnsDiscoverCallback callback = mDiscoverCallback;
-    if (callback == nullptr) return;
-    if (code != 0) {
-        callback(code, nullptr);
-        return;
-    }
-    const MDnsWfdServiceInfo info = serviceInfo(serviceName, regType, domain);
-    callback(0, &info);
+    report(mDiscoverCallback, code, serviceName, regType, domain);
 }
 
 int WFDmDns::resolve(const MDnsWfdServiceInfo& info, MDnsRegisterCallback callback) {
     if (!HOLDS(callback != nullptr)) return -1;
+    // `info` may be the held record itself, which goes here.
+    const auto copy = std::make_shared<MDnsWfdServiceInfo>(info);
     {
         const std::lock_guard lock(mResolveLock);
         mResolveCallback = callback;
-        mResolvingInfo = std::make_shared<MDnsWfdServiceInfo>(info);
+        mResolvingInfo = copy;
     }
-    runCommand({nextSequence(), "resolve", kResolveRequestId, info.serviceName, info.regType,
-                info.domain});
+    runCommand({nextSequence(), "resolve", kResolveRequestId, copy->serviceName, copy->regType,
+                copy->domain});
     return mLastResult;
 }
 
@@ -231,12 +222,15 @@ void WFDmDns::onResolveResult(int code, const char* /*fullName*/, const char* ho
     runCommand({nextSequence(), "stop-resolve", kResolveRequestId});
     if (code != 0) {
         MDnsRegisterCallback callback = nullptr;
+        std::shared_ptr<MDnsWfdServiceInfo> failed;
         {
             const std::lock_guard lock(mResolveLock);
             callback = mResolveCallback;
+            failed = mResolvingInfo;
         }
         if (callback != nullptr) callback(code, nullptr);
         const std::lock_guard lock(mResolveLock);
+        if (mResolvingInfo != failed) return;  // another resolution has begun
         mResolvingInfo.reset();
         mResolveCallback = nullptr;
         return;

@@ -8,19 +8,19 @@
 // Threads. Operations are called on the command thread, one at a time; resolve also from inside a
 // discovery callback. on...Result run on the channel's monitor thread, and call the callbacks.
 //
-//   mRegisterCallback, mDiscoverCallback   written by the command thread, read by the monitor
-//                                          thread: atomic
-//   mResolveCallback, mResolvingInfo       both threads: mResolveLock
-//   mCommandSeq, mLastResult,              both threads: atomic. A reply belongs to the command
-//   just mAddressQueried                        made only on the thread that made it the rest the
-//   command thread alone
+//   mRegisterCallback, mDiscoverCallback: atomic; written by the command thread, read by the
+//   monitor thread.
+//   mResolveCallback, mResolvingInfo: mResolveLock; both threads read and write them.
+//   mCommandSeq, mLastResult, mAddressQueried: atomic. Both threads make commands, so that what is
+//   read from mLastResult after a command may be the answer to one of the other thread.
+//   Everything else: the command thread alone.
 //
 // No lock is held during a command or a callback, so a stop may wait for the result in progress.
 //
 // Destruction, on the command thread, stops every request, and each stop waits until no result of
-// it runs: first the browses, whose results may begin a resolution; then the resolution, whose
-// result may begin the address query; then that. A resolution that has failed has been stopped by
-// its own result, whose last touch of this object is the critical section that clears the callback.
+// it runs. The browses go before the resolution, which their results may begin, and that before the
+// address query, which its result may begin. A failed resolution was stopped by its own result,
+// whose last touch of this object is the critical section in which it clears the callback.
 #pragma once
 
 #include <atomic>

@@ -6,7 +6,7 @@
 
 #include "WfdDiscovery.h"
 
-// NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding): there are four
+// NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding): in the order in which they are read
 struct WfdServiceConsts {
     int32_t type;         // WFD_R2_SOURCE, ...
     const char* name;     // the service instance name that a device of that type asks for
