@@ -4,6 +4,7 @@
 #   ./test.sh                      as it is meant to run
 #   ./test.sh --sanitize=address   with AddressSanitizer and UndefinedBehaviorSanitizer
 #   ./test.sh --sanitize=thread    with ThreadSanitizer
+#   ./test.sh --aarch64            for AArch64, under qemu-user; without the tests on a real daemon
 #
 # Further arguments go to ctest (-R REGEX, --repeat until-fail:20, ...).
 set -euo pipefail
@@ -12,13 +13,19 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 
 preset=dev
 directory=build
+packages=("${BUILD_PACKAGES[@]}" avahi-daemon dbus iproute2 pkg-config)
 case ${1:-} in
     --sanitize=address) preset=asan directory=build-asan && shift ;;
     --sanitize=thread) preset=tsan directory=build-tsan && shift ;;
+    --aarch64)
+        preset=aarch64 directory=build-aarch64 && shift
+        add_architecture arm64
+        packages+=("${AARCH64_PACKAGES[@]}")
+        ;;
     --sanitize*) echo "--sanitize is address or thread" >&2 && exit 2 ;;
 esac
 
-install_packages "${BUILD_PACKAGES[@]}" avahi-daemon dbus iproute2
+install_packages "${packages[@]}"
 build_preset "$preset" "$directory"
 
 export ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1

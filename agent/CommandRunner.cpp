@@ -38,7 +38,8 @@ class Response {
     std::string value() const {
         std::string text = empty() ? "" : mText;
         std::replace_if(
-            text.begin(), text.end(), [](char c) { return c >= 0 && c < ' '; }, ' ');
+            text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; },
+            ' ');
         return text;
     }
 

@@ -22,6 +22,13 @@ install_packages() {
             "${missing[@]}" >&2
 }
 
+# Lets packages of another architecture be installed.
+add_architecture() { # ARCHITECTURE
+    dpkg --print-foreign-architectures | grep -qx "$1" && return 0
+    if [ "$(id -u)" -eq 0 ]; then dpkg --add-architecture "$1"; else
+        sudo dpkg --add-architecture "$1"; fi
+}
+
 # Configures and builds a preset into its directory; what that prints is shown when it fails.
 build_preset() { # PRESET DIRECTORY [TARGET...]
     local preset=$1 directory=$2 log
@@ -41,3 +48,6 @@ build_preset() { # PRESET DIRECTORY [TARGET...]
 # For both front doors, which share a build directory.
 BUILD_PACKAGES=(g++ cmake ninja-build libcli11-dev libasio-dev libgtest-dev
     libavahi-compat-libdnssd-dev libavahi-client-dev)
+# For the cross build.
+AARCH64_PACKAGES=(g++-aarch64-linux-gnu qemu-user clang libstdc++6:arm64 libgtest-dev:arm64
+    libavahi-compat-libdnssd-dev:arm64 libavahi-client-dev:arm64)

@@ -1,10 +1,17 @@
 #!/bin/sh
-# Compares what a library exports with the list in its version script: check_exports.sh LIBRARY MAP
+# Compares what a library exports with the list of its binary interface: check_exports.sh LIBRARY LIST
 set -eu
-expected=$(mktemp)
-actual=$(mktemp)
-trap 'rm -f "$expected" "$actual"' EXIT
-sed -n '/^global:/,/^local:/s/^ *\([A-Za-z_][A-Za-z0-9_]*\);.*/\1/p' "$2" | sort >"$expected"
-nm -D --defined-only "$1" | awk '{print $3}' | sort >"$actual"
-[ -s "$expected" ] || { echo "no list in $2"; exit 1; }
-diff -u "$expected" "$actual"
+export LC_ALL=C
+listed=$(mktemp)
+exported=$(mktemp)
+trap 'rm -f "$listed" "$exported"' EXIT
+case $(readelf -h "$1" | sed -n 's/^ *Machine: *//p') in
+    AArch64) pick='s/[0-9]*|//' ;;
+    *) pick='s/|[0-9]*//' ;;
+esac
+grep -v '^#' "$2" | sed "$pick" | sort >"$listed"
+readelf -W --dyn-syms "$1" |
+    awk '$1 ~ /^[0-9]+:$/ && $5 != "LOCAL" && $7 != "UND" {
+        print $8, tolower($4), $4 == "OBJECT" ? $3 : "-" }' | sort >"$exported"
+[ -s "$listed" ] || { echo "no list in $2"; exit 1; }
+diff -u --label listed --label exported "$listed" "$exported"
