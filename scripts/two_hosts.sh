@@ -58,9 +58,9 @@ outside() { # [SINK.capi SOURCE.capi]
 
 end_by() { # SIGNAL
     # The first process inside, which unshare then takes away: orphaned, it could stay as a zombie.
-    local first
-    first=$(cat "/proc/$!/task/$!/children" 2>/dev/null) || first=
-    kill -KILL ${first:-$!}
+    local first=
+    { read -r first _ <"/proc/$!/task/$!/children"; } 2>/dev/null || true  # the file has no line end
+    kill -KILL "${first:-$!}"
     wait $! 2>/dev/null || true
     trap - "$1"
     kill -"$1" $$
@@ -163,7 +163,7 @@ inside() { # SINK.capi SOURCE.capi
     export ANDROID_LOG_TAGS=${ANDROID_LOG_TAGS-*:S}
     local name process status=0 result
     local -A agents  # those that run, by process
-    : >"$work/sink.journal" >"$work/source.journal"  # an agent that cannot start writes none
+    touch "$work"/{sink,source}.journal  # an agent that cannot start writes none
     run_agent sink "$1" & agents[$!]=sink
     run_agent source "$2" & agents[$!]=source
     while [ ${#agents[@]} -gt 0 ]; do

@@ -28,8 +28,7 @@ struct JournalEntry {
     // "session" (calls on the session client), "report" (what it reports), "link" (between sessions
     // of two devices), "compositor", "audio", "binder", "property" (properties set, services
     // started and stopped), "tool" (shell tools), "memory" (allocations), "log" (log lines:
-    // priority letter,
-    // '/', tag, ": ", text).
+    // priority letter, '/', tag, ": ", text).
     // And of the agent: "capi" (its command lines and what it answers them).
     std::string component;
     std::string text;
