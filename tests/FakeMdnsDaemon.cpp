@@ -14,8 +14,9 @@ std::atomic<bool> running{false};
 }  // namespace
 
 int property_get(const char* /*key*/, char* value, const char* /*default_value*/) {
-    strcpy(value, running ? "running" : "stopped");
-    return static_cast<int>(strlen(value));
+    const std::string state = running ? "running" : "stopped";
+    memcpy(value, state.c_str(), state.size() + 1);
+    return static_cast<int>(state.size());
 }
 
 int property_set(const char* key, const char* value) {

@@ -62,6 +62,7 @@ class DiscoveryStepsTest : public DiscoveryTest {
     // A peer that a browse for `type` finds, with these addresses.
     void peer(const std::string& type, int port, const std::vector<const char*>& addresses) {
         std::vector<Result> results;
+        results.reserve(addresses.size());
         for (const char* const text : addresses) results.push_back(address(text));
         answer(type, {service("A peer")});
         answer("A peer", {resolved("peer.local.", port)});
@@ -157,7 +158,7 @@ TEST_F(DiscoveryStepsTest, PresetLooksUpEveryParameter) {
                       "ctt_sequence2", "ctt_sequence3", "ctt_sequence6", "Program",
                       "ProfileChange", "Parameter",     "testid",        "OptionalFeature"};
     std::string command;
-    for (const std::string& name : names) command = name + ",v," + command;
+    for (const std::string& name : names) command.insert(0, name + ",v,");
     char* response = nullptr;
     EXPECT_EQ(sta_preset_testparameters(command.c_str(), &response), 0);
     const std::string prefix = "E: vestor: DBG: strstr output ";
@@ -351,21 +352,21 @@ TEST_F(DiscoveryStepsTest, StartsASessionWithTheDiscoveredPeer) {
     const struct {
         const char* name;
         int peerType;
-        const char* address;  // of the peer; null when there is none
-        int port;
+        int port;             // the peer's
+        const char* address;  // and its address; null when there is none
         const char* wlan;
         std::string call;
     } cases[] = {
-        {"source", 1, "127.0.0.1", sinkPort, "192.168.49.9",
+        {"source", 1, sinkPort, "127.0.0.1", "192.168.49.9",
          "as source (R2), local \"192.168.49.9\", peer \"127.0.0.1\" port 7236 -> 0"},
-        {"source without an address", 1, "127.0.0.1", sinkPort, nullptr,
+        {"source without an address", 1, sinkPort, "127.0.0.1", nullptr,
          "as source (R2), local \"\", peer \"127.0.0.1\" port 7236 -> 0"},
-        {"source alone", 1, nullptr, 0, "192.168.49.9",
+        {"source alone", 1, 0, nullptr, "192.168.49.9",
          "as source (R2), local \"192.168.49.9\", peer \"10.0.0.9\" port 7236 -> 0"},
-        {"sink", 0, "127.0.0.1", sinkPort, "192.168.49.9",
+        {"sink", 0, sinkPort, "127.0.0.1", "192.168.49.9",
          "as sink (R2), local \"192.168.49.9\", peer \"127.0.0.1\" port " +
              std::to_string(sinkPort) + " -> 0"},
-        {"sink alone", 0, nullptr, 0, "192.168.49.9",
+        {"sink alone", 0, 0, nullptr, "192.168.49.9",
          "as sink (R2), local \"192.168.49.9\", peer \"10.0.0.9\" port -100 -> 0"},
     };
     for (const auto& given : cases) {
