@@ -392,7 +392,8 @@ TEST_F(WfdMdnsTest, RefusesWhatIsNotAllowed) {
     EXPECT_EQ(mDnsStopWfdDiscovery(), -1);
     EXPECT_EQ(mDnsResolveWfd(&info, noted<'a'>), -1);
     EXPECT_EQ(triggerSinkConnect(&info, "", 7236), -1);
-    EXPECT_EQ(calls("log"), Lines{});  // there is no object, and none is made
+    clear();
+    EXPECT_EQ(tagged("WFDmDns"), Lines{});  // there is no object, and none was made
     asAny();
     EXPECT_EQ(mDnsResolveWfd(nullptr, noted<'a'>), -1);
     EXPECT_EQ(triggerSinkConnect(nullptr, "", 7236), -1);
