@@ -95,11 +95,12 @@ TEST_F(TwoHostsDiscoveryTest, LeavesBehindWhatHasToStay) {
     Usage before{};
     std::size_t bytesBefore = 0;
     for (long round = 0; round <= kRounds; ++round) {
-        // Most registrations are given up, and taken back before the daemon has made them.
+        // Most registrations are given up, and taken back before the daemon has made them. The next
+        // one may meet what is still on the network of the one before, and get a number.
         const bool patient = round % 10 == 0;
         setTimeScale(patient ? kPatient : kHasty);
         const std::string name = presetSink();
-        EXPECT_TRUE(name == "display" || !patient) << name;
+        EXPECT_TRUE(name.rfind("display", 0) == 0 || !patient) << name;
         setTimeScale(kDiscovering);
         discovermDNSPeer(1);
         ASSERT_EQ(waitforDiscovery(), 0) << "round " << round;

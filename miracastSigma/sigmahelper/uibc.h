@@ -25,6 +25,7 @@ struct uibcItem {
     uint32_t op;    // 0: take and inject the oldest event, 1: append `info`; others: nothing
     uibcInfo info;  // for op 1
 };
+static_assert(sizeof(uibcInfo) == 180 && sizeof(uibcItem) == 184, "seen by other libraries");
 
 // Event kinds of cmd_generate_UIBCEvent.
 constexpr int kUibcMouse = 0;

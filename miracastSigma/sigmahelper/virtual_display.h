@@ -4,6 +4,7 @@
 // There is at most one. Any thread may call; creation and release are serialised.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "binder/IBinder.h"
@@ -18,6 +19,8 @@ struct mmSessionInfo {
     uint32_t secure;                            // non-zero: the display is a secure one
     android::IGraphicBufferProducer* producer;  // the picture goes here; not owned
 };
+static_assert(offsetof(mmSessionInfo, producer) == 16 && sizeof(mmSessionInfo) == 24,
+              "seen by other libraries");
 
 // Makes the virtual display for the stream at `info` (an mmSessionInfo). One that exists is
 // destroyed first. Returns 0, also when the device has no display of its own; -1 for a null `info`

@@ -2,7 +2,6 @@
 // does so when another host has the name, but refuses one that this host has registered itself.
 #include <avahi-common/alternative.h>
 #include <avahi-common/malloc.h>
-#include <unistd.h>
 
 #include <memory>
 
@@ -12,10 +11,6 @@ namespace {
 
 // More registrations of one name than a host will have.
 constexpr int kMostNames = 100;
-// The daemon takes a registration back some time after its reference has been deallocated; until
-// then the name counts as taken.
-constexpr int kPatienceTries = 20;
-constexpr useconds_t kPatienceInterval = 10'000;
 
 struct AvahiFree {
     void operator()(char* text) const { avahi_free(text); }
@@ -36,10 +31,6 @@ DNSServiceErrorType DNSSD_API DNSServiceRegister(DNSServiceRef* ref, DNSServiceF
     };
     DNSServiceErrorType error = registerAs(name);
     const bool mayRename = name != nullptr && (flags & kDNSServiceFlagsNoAutoRename) == 0;
-    for (int i = 0; mayRename && error == kDNSServiceErr_NameConflict && i < kPatienceTries; ++i) {
-        usleep(kPatienceInterval);
-        error = registerAs(name);
-    }
     std::unique_ptr<char, AvahiFree> other;
     for (int i = 0; mayRename && error == kDNSServiceErr_NameConflict && i < kMostNames; ++i) {
         other.reset(avahi_alternative_service_name(other == nullptr ? name : other.get()));

@@ -47,6 +47,7 @@ WFDTriggerTcpServer::WFDTriggerTcpServer() {
 
     try {
         mThread = new std::thread(serverThreadStart, this);
+        mThread->detach();
     } catch (...) {
         closeOwned(mSocket);
         throw;
@@ -63,7 +64,10 @@ WFDTriggerTcpServer::~WFDTriggerTcpServer() {
     for (const int descriptor : {listener, connection}) {
         if (descriptor >= 0) shutdown(descriptor, SHUT_RDWR);
     }
-    mThread->join();
+    {
+        std::unique_lock lock(mEndLock);
+        mEndChanged.wait(lock, [this] { return mEnded; });
+    }
     for (const int descriptor : {listener, connection}) {
         if (descriptor >= 0) close(descriptor);
     }
@@ -93,6 +97,10 @@ void WFDTriggerTcpServer::serverThreadStart(WFDTriggerTcpServer* server) {
         closeOwned(server->mConnection);
     }
     closeOwned(server->mSocket);
+
+    const std::lock_guard lock(server->mEndLock);
+    server->mEnded = true;
+    server->mEndChanged.notify_all();
 }
 
 bool WFDTriggerTcpServer::serve(int connection, sockaddr_in* peer) {

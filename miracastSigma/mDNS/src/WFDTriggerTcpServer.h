@@ -12,6 +12,8 @@
 #include <netinet/in.h>
 
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <thread>
 
 #include "WfdDiscovery.h"
@@ -41,8 +43,14 @@ class MIRACAST_SIGMA_EXPORT WFDTriggerTcpServer {
     bool serve(int connection, sockaddr_in* peer);
 
     std::atomic<TriggerCallback> mCallback{nullptr};
+    // Detached: what a thread that ended by itself leaves would stay until somebody joins it, and
+    // the server of a device is never destroyed.
     std::thread* mThread = nullptr;
     std::atomic<int> mSocket{-1};
     int mPort = -1;                    // written before the thread starts
     std::atomic<int> mConnection{-1};  // whose command is being carried out
+
+    std::mutex mEndLock;  // guards mEnded
+    std::condition_variable mEndChanged;
+    bool mEnded = false;  // set by the thread, which does not touch the server after that
 };
