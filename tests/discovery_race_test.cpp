@@ -1,6 +1,6 @@
 // The end of the discovery object while results of all its requests keep arriving.
 //
-// DISCOVERY_RACE_ROUNDS: how often, at first 100.
+// DISCOVERY_RACE_ROUNDS: how often, at first 200.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -120,7 +120,7 @@ bool waitMore(const std::atomic<int>& calls, int more) {
 
 TEST(DiscoveryRace, NothingIsCalledAfterTheEnd) {
     const char* const text = getenv("DISCOVERY_RACE_ROUNDS");
-    const int rounds = text == nullptr ? 100 : atoi(text);
+    const int rounds = text == nullptr ? 200 : atoi(text);
     // The monitor of each object stays, with a socket pair, and so does a sink's trigger server.
     if (!allowDescriptors(static_cast<unsigned>(3 * rounds + 200))) {
         GTEST_SKIP() << "the limit of open files";
@@ -142,6 +142,11 @@ TEST(DiscoveryRace, NothingIsCalledAfterTheEnd) {
         }
         if (round % 4 != 0) {
             EXPECT_TRUE(waitMore(located, round % 5));
+        }
+        for (int i = round % 4; i > 0; --i) {
+            MDnsWfdServiceInfo another{0, "Another", "_display._tcp.", "", 0, "local."};
+            mDnsResolveWfd(&another, onLocated);
+            EXPECT_TRUE(waitMore(discovered, 1));
         }
         if (round % 5 == 0) mDnsStopWfdDiscovery();
         if (round % 6 == 0) mDnsUnregisterWfd();

@@ -212,6 +212,8 @@ TEST_F(TriggerTest, ServerWaitsForItsCallback) {
 }
 
 TEST_F(TriggerTest, ServerAndClientWithoutDescriptors) {
+    EXPECT_GT(WFDTriggerTcpServer().getServerPort(), 0);  // and the log is set up
+    mark();
     const uint64_t begin = marked();
     int port = 0;
     bool ended = false;
