@@ -104,9 +104,12 @@ int WFDmDns::stopService() {
 }
 
 bool WFDmDns::makeTriggerServer() {
+    // They outlive the objects that made them.
+    static auto* const servers = new std::vector<WFDTriggerTcpServer*>;
     if (mTriggerServer != nullptr) return true;
     try {
         mTriggerServer = new WFDTriggerTcpServer;
+        servers->push_back(mTriggerServer);
     } catch (const std::exception& error) {
         WFD_LOGE("no trigger server: %s", error.what());
     }
