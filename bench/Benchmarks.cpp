@@ -23,7 +23,8 @@ std::string timeText(double nanoseconds) {
 }
 
 std::string text(const Figure& figure, double value) {
-    return figure.counter.empty() ? timeText(value) : format("%.0f %s", value, figure.unit.c_str());
+    if (figure.counter.empty() || figure.unit == "ns") return timeText(value);
+    return format("%.0f %s", value, figure.unit.c_str());
 }
 
 double median(std::vector<double> values) {
