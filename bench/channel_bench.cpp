@@ -219,7 +219,7 @@ class ToldThread {
 
 void startAndStop(State& state) {
     Channel& channel = Channel::instance();
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         const int id = channel.newId();
         channel.start(id);
         channel.stop(id);
@@ -229,7 +229,7 @@ void startAndStop(State& state) {
 }
 
 void callDirectly(State& state) {
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         DNSServiceRef ref = nullptr;
         DNSServiceBrowse(&ref, 0, 0, "_display._tcp", nullptr, MDnsSdListenerDiscoverCallback,
                          nullptr);
@@ -239,7 +239,7 @@ void callDirectly(State& state) {
 
 void callAndTell(State& state) {
     const ToldThread thread;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         DNSServiceRef ref = nullptr;
         DNSServiceBrowse(&ref, 0, 0, "_display._tcp", nullptr, MDnsSdListenerDiscoverCallback,
                          nullptr);
@@ -252,7 +252,7 @@ void callAndTell(State& state) {
 // One result for a thread that sleeps.
 void measureResult(State& state, DNSServiceRef ref, Arrivals& arrivals) {
     const FakeDnsSd::Result result = someResult();
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         arrivals.waitAsleep();
         arrivals.expect(1);
         const auto begin = Arrivals::Clock::now();
@@ -264,7 +264,7 @@ void measureResult(State& state, DNSServiceRef ref, Arrivals& arrivals) {
 // Results that are all there before the first of them is taken.
 void measureBurst(State& state, DNSServiceRef ref, Arrivals& arrivals) {
     const FakeDnsSd::Result result = someResult();
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         arrivals.hold();
         dnsSd().answer(ref, result);
         arrivals.waitHeld();
@@ -300,7 +300,7 @@ void startOne(State& state, int outstanding) {
     Outstanding others(outstanding);
     Channel& channel = Channel::instance();
     std::vector<double> nanoseconds;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         const int id = channel.newId();
         const auto begin = Arrivals::Clock::now();
         channel.start(id);
@@ -335,7 +335,7 @@ void idle(State& state) {
     Outstanding requests(kIdleRequests);
     Arrivals& arrivals = Channel::instance().arrivals();
     arrivals.waitAsleep();
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         const long before = switchesOf(arrivals.thread());
         std::this_thread::sleep_for(std::chrono::seconds(10));  // this is what is measured
         const long after = switchesOf(arrivals.thread());

@@ -51,14 +51,14 @@ void addCommandBenchmarks(Table& table) {
             if (!sameLog || strcmp(value, kValue) != 0 || strcmp(expected, kValue) != 0) {
                 state.SkipWithError("not the same as the yardstick");
             }
-            for (auto _ : state) {
+            while (state.KeepRunning()) {
                 benchmark::DoNotOptimize(get_param(command.c_str(), kName, value, sizeof value));
                 benchmark::ClobberMemory();
             }
         });
         benchmark::RegisterBenchmark((name + "/yardstick").c_str(), [=](benchmark::State& state) {
             char value[64] = "";
-            for (auto _ : state) {
+            while (state.KeepRunning()) {
                 yardstick(command.c_str(), value, sizeof value);
                 benchmark::DoNotOptimize(value);
                 benchmark::ClobberMemory();

@@ -16,7 +16,7 @@ struct ClosePipe {
 void load(State& state, const char* library) {
     const std::string command = std::string("'" LOAD_PROBE "' '") + library + "'";
     double kib = 0;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         // NOLINTNEXTLINE(cert-env33-c)
         const std::unique_ptr<FILE, ClosePipe> pipe(popen(command.c_str(), "r"));
         long long nanoseconds = 0;

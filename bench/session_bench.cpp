@@ -22,18 +22,18 @@ constexpr int kInputs = 100'000;
 
 struct Event {
     const char* name;
-    int count;
-    char objects[3][256];
     const char* reaction;  // what is logged after the texts, if anything
     int argument;
+    int count;
+    char objects[3][256];
 };
 
 // Those that the handler answers itself, and not on a thread that it starts.
 Event events[] = {
-    {"SessionState", 3, {"NEGOTIATED", "192.168.49.2", "10000001"}, nullptr, 0},
-    {"SessionState", 3, {"ESTABLISHED", "192.168.49.2", "10000001"}, nullptr, 0},
-    {"StreamControlCompleted", 2, {"10000001", "PLAY"}, "Enable UIBC for sessionID %d\n", 10000001},
-    {"MMEvent", 2, {"MMStreamStopped", "0"}, "MMEvent num_objects = %d\n", 2},
+    {"SessionState", nullptr, 0, 3, {"NEGOTIATED", "192.168.49.2", "10000001"}},
+    {"SessionState", nullptr, 0, 3, {"ESTABLISHED", "192.168.49.2", "10000001"}},
+    {"StreamControlCompleted", "Enable UIBC for sessionID %d\n", 10000001, 2, {"10000001", "PLAY"}},
+    {"MMEvent", "MMEvent num_objects = %d\n", 2, 2, {"MMStreamStopped", "0"}},
 };
 
 void handle(Event& event) {
@@ -63,11 +63,11 @@ void handleEvents(State& state) {
     if (logOf([] { forEvents(all, handle); }) != logOf([] { forEvents(all, logOnly); })) {
         state.SkipWithError("not the same log lines as the yardstick");
     }
-    for (auto _ : state) forEvents(kEvents, handle);
+    while (state.KeepRunning()) forEvents(kEvents, handle);
 }
 
 void logEvents(State& state) {
-    for (auto _ : state) forEvents(kEvents, logOnly);
+    while (state.KeepRunning()) forEvents(kEvents, logOnly);
 }
 
 std::mutex bareLock;
@@ -84,7 +84,7 @@ bool appendBare(const WFD_uibc_event_t& event) {
 // Appends from all threads at once; the time of it, with that of starting the threads.
 template <typename Append>
 void measureInputs(State& state, std::list<uibcInfo>& list, Append append) {
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         const auto begin = std::chrono::steady_clock::now();
         std::vector<std::thread> threads;
         threads.reserve(kThreads);

@@ -71,7 +71,7 @@ class BareServer {
 template <typename Client>
 void measure(State& state, int port) {
     bool asleep = false;  // known once the thread has brought one
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         if (asleep) arrivals.waitAsleep();
         arrivals.expect(1);
         const auto begin = Arrivals::Clock::now();
