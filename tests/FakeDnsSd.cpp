@@ -298,12 +298,12 @@ DNSServiceErrorType DNSServiceResolve(DNSServiceRef* ref, DNSServiceFlags flags,
         format("DNSServiceResolve(%u, %u, %s, %s, %s)", flags, interfaceIndex, textOr(name),
                textOr(type), textOr(domain)),
         name, [=](DNSServiceRef self, const FakeDnsSd::Result& result) {
-            std::vector<unsigned char> txt = result.txt;
-            txt.reserve(1);  // an empty record is somewhere, too
+            const unsigned char none = 0;  // an empty record is somewhere, too
+            const unsigned char* const txt = result.txt.empty() ? &none : result.txt.data();
             const bool good = result.error == kDNSServiceErr_NoError;
             callback(self, result.flags, 1, result.error, given(result, result.name),
                      given(result, result.target), htons(result.port),
-                     static_cast<uint16_t>(txt.size()), good ? txt.data() : nullptr, context);
+                     static_cast<uint16_t>(result.txt.size()), good ? txt : nullptr, context);
         });
 }
 

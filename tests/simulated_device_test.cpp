@@ -15,6 +15,7 @@
 #include "Faults.h"
 #include "Journal.h"
 #include "LogFilter.h"
+#include "LogSwitch.h"
 #include "TextFormat.h"
 #include "android/log.h"
 #include "cutils/properties.h"
@@ -82,6 +83,18 @@ TEST(LogTest, OtherWaysIntoTheLogLookTheSame) {
                 testing::KilledBySignal(SIGABRT), " F Tag: no memory");
     EXPECT_EXIT(__android_log_assert("(p == NULL)", "Tag", nullptr),
                 testing::KilledBySignal(SIGABRT), " F Tag: .*\\(p == NULL\\)");
+}
+
+TEST(LogTest, DropsWhatItFormatsWhileSwitchedOff) {
+    const std::string text(3000, 'x');
+    testing::internal::CaptureStderr();
+    const uint64_t start = Journal::instance().mark();
+    hostplatform::setLogDropped(true);
+    EXPECT_EQ(__android_log_print(ANDROID_LOG_ERROR, "Tag", "%s", text.c_str()), 3000);
+    hostplatform::setLogDropped(false);
+    __android_log_print(ANDROID_LOG_ERROR, "Tag", "kept");
+    EXPECT_EQ(Journal::instance().texts("log", start), std::vector<std::string>{"E/Tag: kept"});
+    EXPECT_EQ(testing::internal::GetCapturedStderr().find('x'), std::string::npos);
 }
 
 TEST(PropertyTest, KeepsValuesThatFit) {

@@ -3,19 +3,25 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <string_view>
 
 #include "Journal.h"
 #include "LogFilter.h"
+#include "LogSwitch.h"
 #include "TextFormat.h"
 
 using namespace hostplatform;
 
 namespace {
+
+// Written by who measures, read by every thread that logs; it orders nothing.
+std::atomic<bool> dropped{false};
 
 // A message of several lines is shown as that many lines, each with the whole prefix; an end of
 // line at the message's end adds none.
@@ -36,6 +42,10 @@ void show(int priority, const char* tag, std::string_view text) {
 }
 
 int log(int priority, const char* tag, const char* pattern, va_list arguments) {
+    if (dropped.load(std::memory_order_relaxed)) {
+        char message[1024];
+        return vsnprintf(message, sizeof message, pattern, arguments);
+    }
     static const LogFilter* const filter = new LogFilter(getenv("ANDROID_LOG_TAGS"));
     std::string text = formatArguments(pattern, arguments);
     const int length = static_cast<int>(text.size());
@@ -47,6 +57,8 @@ int log(int priority, const char* tag, const char* pattern, va_list arguments) {
 }
 
 }  // namespace
+
+void hostplatform::setLogDropped(bool drop) { dropped = drop; }
 
 int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
     va_list arguments;
