@@ -68,7 +68,7 @@ void prepareSession() {
 
 void fill(FuzzedDataProvider& input, Object& object) {
     if (input.ConsumeBool()) {
-        strcpy(object, input.PickValueInArray(kTexts));
+        snprintf(object, sizeof object, "%s", input.PickValueInArray(kTexts));
         return;
     }
     const std::string text = input.ConsumeRandomLengthString(sizeof object);
