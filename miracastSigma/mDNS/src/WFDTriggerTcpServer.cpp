@@ -85,8 +85,8 @@ void WFDTriggerTcpServer::serverThreadStart(WFDTriggerTcpServer* server) {
     while (commandRead) {
         sockaddr_in peer{};
         socklen_t size = sizeof peer;
-        const int connection =
-            accept4(listener, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC);
+        const auto connection = static_cast<int>(TEMP_FAILURE_RETRY(
+            accept4(listener, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC)));
         if (connection < 0) {
             TRIGGER_LOGE("srv: accept error %d", connection);
             break;
@@ -128,7 +128,8 @@ bool WFDTriggerTcpServer::readRequestConnectionCommand(int connection, char* com
 bool WFDTriggerTcpServer::readAll(int connection, char* buffer, int size) {
     int done = 0;
     while (done < size) {
-        const ssize_t result = read(connection, buffer + done, static_cast<size_t>(size - done));
+        const ssize_t result =
+            TEMP_FAILURE_RETRY(read(connection, buffer + done, static_cast<size_t>(size - done)));
         if (result <= 0) {
             TRIGGER_LOGE("readAll error %d after read %d bytes", static_cast<int>(result), done);
             return false;
