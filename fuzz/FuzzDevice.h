@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-// Ends the process, so that the fuzzer keeps the input.
-inline void require(bool condition) {
+// Ends the process, so that the fuzzer keeps the input; not inlined, so that it shows where.
+__attribute__((noinline)) inline void require(bool condition) {
     if (!condition) abort();
 }
 

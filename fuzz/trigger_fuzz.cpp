@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 #include <fuzzer/FuzzedDataProvider.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -42,19 +43,25 @@ class Connection {
         address.sin_family = AF_INET;
         address.sin_port = htons(static_cast<uint16_t>(port));
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        require(connect(mSocket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0);
+        // The fuzzer's clock interrupts; a connection goes on being made then.
+        if (connect(mSocket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+            require(errno == EINTR);
+            pollfd made{mSocket, POLLOUT, 0};
+            require(TEMP_FAILURE_RETRY(poll(&made, 1, 10'000)) == 1);
+        }
     }
     ~Connection() { close(mSocket); }
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
     void send(const std::string& bytes) const {
-        (void)!::send(mSocket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        (void)!TEMP_FAILURE_RETRY(::send(mSocket, bytes.data(), bytes.size(), MSG_NOSIGNAL));
     }
     // Until the server has closed the connection.
     void waitEnd() const {
         char byte = 0;
-        require(read(mSocket, &byte, 1) == 0 || errno == ECONNRESET);
+        errno = 0;
+        require(TEMP_FAILURE_RETRY(read(mSocket, &byte, 1)) <= 0 && errno != EAGAIN);
     }
 
  private:
