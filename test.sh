@@ -5,6 +5,7 @@
 #   ./test.sh --sanitize=address   with AddressSanitizer and UndefinedBehaviorSanitizer
 #   ./test.sh --sanitize=thread    with ThreadSanitizer
 #   ./test.sh --aarch64            for AArch64, under qemu-user; without the tests on a real daemon
+#   ./test.sh --fuzz=SECONDS       no tests: each fuzz target for that long
 #
 # Further arguments go to ctest (-R REGEX, --repeat until-fail:20, ...).
 set -euo pipefail
@@ -21,6 +22,13 @@ case ${1:-} in
         preset=aarch64 directory=build-aarch64 && shift
         add_architecture arm64
         packages+=("${AARCH64_PACKAGES[@]}")
+        ;;
+    --fuzz=*)
+        . scripts/fuzz.sh
+        install_packages "${BUILD_PACKAGES[@]}" clang libclang-rt-14-dev
+        build_preset fuzz build-fuzz fuzz_targets
+        run_fuzz_targets build-fuzz "${1#--fuzz=}"
+        exit
         ;;
     --sanitize*) echo "--sanitize is address or thread" >&2 && exit 2 ;;
 esac
