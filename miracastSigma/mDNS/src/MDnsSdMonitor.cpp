@@ -266,22 +266,19 @@ DNSServiceRef* MDnsSdChannel::Monitor::closeServiceRef(int requestId, bool* mine
 
 void MDnsSdChannel::Monitor::freeServiceRef(int requestId) {
     MDNS_LOGD("freeServiceRef %d", requestId);
-    {
-        const std::lock_guard lock(mMonitorLock);
-        Element** const link = findLink(requestId);
-        Element* const element = *link;
-        if (element == nullptr) return;
-        if (element->mState == kAllocated) {
-            *link = element->mNext;
-            delete element;
-            return;
-        }
-        // A retired one is the monitor thread's to remove: its poll set may still name it.
-        if (element->mState != kWatched) return;
+    const std::lock_guard lock(mMonitorLock);
+    Element** const link = findLink(requestId);
+    Element* const element = *link;
+    if (element == nullptr) return;
+    if (element->mState == kWatched) {
         --mLive;
         element->mState = kRetired;
+        requestRescan();
+    } else if (element->mState == kAllocated) {
+        *link = element->mNext;
+        delete element;
     }
-    requestRescan();  // without the lock, which the monitor thread takes as soon as it wakes
+    // A retired one is the monitor thread's to remove: its poll set may still name it.
 }
 
 int MDnsSdChannel::Monitor::startService() {
