@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string>
 
+#include "Faults.h"
 #include "Journal.h"
 #include "cutils/properties.h"
 
@@ -11,16 +12,18 @@ namespace {
 
 std::atomic<bool> running{false};
 
+bool silent() { return hostplatform::faultStatus(hostplatform::Fault::PropertyService) != 0; }
+
 }  // namespace
 
 int property_get(const char* /*key*/, char* value, const char* /*default_value*/) {
-    const std::string state = running ? "running" : "stopped";
+    const std::string state = silent() ? "" : running ? "running" : "stopped";
     memcpy(value, state.c_str(), state.size() + 1);
     return static_cast<int>(state.size());
 }
 
 int property_set(const char* key, const char* value) {
     hostplatform::Journal::instance().add("property", std::string(key) + " = " + value);
-    running = strcmp(key, "ctl.start") == 0;
+    if (!silent()) running = strcmp(key, "ctl.start") == 0;
     return 0;
 }

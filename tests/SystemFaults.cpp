@@ -77,6 +77,7 @@ FAILING(ThreadCreation, int, errno, pthread_create,
 FAILING(ReservedNew, void*, nullptr, _ZnwmRKSt9nothrow_t,
         (size_t size, const std::nothrow_t& constant), (size, constant))
 FAILING(Malloc, void*, nullptr, malloc, (size_t size), (size))
+FAILING(Calloc, void*, nullptr, calloc, (size_t count, size_t size), (count, size))
 FAILING(Realloc, void*, nullptr, realloc, (void* memory, size_t size), (memory, size))
 FAILING(PrintToMemory, int, -1, vasprintf, (char** text, const char* pattern, va_list arguments),
         (text, pattern, arguments))

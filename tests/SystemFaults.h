@@ -19,11 +19,12 @@ enum class SystemCall {
     ThreadCreation,
     ReservedNew,  // new (std::nothrow)
     Malloc,
+    Calloc,
     Realloc,
     PrintToMemory,  // vasprintf
     Shell,          // system
 };
-constexpr int kSystemCallCount = 16;
+constexpr int kSystemCallCount = 17;
 
 // For the length of a scope the next `count` calls fail with that error and do nothing. One for a
 // call at a time.

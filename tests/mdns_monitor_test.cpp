@@ -1,11 +1,11 @@
 // The monitor of the DNS-SD command channel: what it polls, and where its thread and those that
 // give commands meet.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <optional>
 #include <set>
 #include <string>
@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "ChannelTest.h"
-#include "Faults.h"
+#include "SystemFaults.h"
 #include "TextFormat.h"
 
 using hostplatform::format;
@@ -415,31 +415,38 @@ TEST_F(MonitorTest, TakesManyCommandsInsideOneResult) {
     for (int id = 1000; id < 1000 + kMany; ++id) EXPECT_EQ(stop(id), kUnknown);
 }
 
+// Until the next command, the monitor does not know of the request.
+TEST_F(MonitorTest, IsToldOfARequestWithTheNextOneAtTheLatest) {
+    DNSServiceRef first = nullptr;
+    {
+        const ScopedSystemFault fault(SystemCall::Send, ENOBUFS);
+        first = browse(1);
+    }
+    EXPECT_EQ(count("log", "Error in asking for a rescan - got 105"), 1U);
+    EXPECT_TRUE(library().answer(first, {}));
+    browse(2);
+    EXPECT_TRUE(waitResult(1));
+}
+
 // No socket pair, or no thread: the channel is there and refuses.
 TEST_F(MonitorTest, RefusesCommandsWithoutAMonitor) {
     const struct {
-        const char* name;
-        bool withThread;
+        SystemCall call;
+        int error;
         const char* log;
     } cases[] = {
-        {"no thread", false, "E/MDnsDS: Error creating the monitor's thread - got 11"},
-        {"no socket pair", true, "E/MDnsDS: Error creating the monitor's control socket - got 24"},
+        {SystemCall::ThreadCreation, EAGAIN,
+         "E/MDnsDS: Error creating the monitor's thread - got 11"},
+        {SystemCall::SocketPair, EMFILE,
+         "E/MDnsDS: Error creating the monitor's control socket - got 24"},
     };
     for (const auto& given : cases) {
-        SCOPED_TRACE(given.name);
+        SCOPED_TRACE(given.log);
         mark();
         const std::set<int> before = openDescriptors();
         std::unique_ptr<MDnsSdChannel> channel;
-        if (given.withThread) {
-            rlimit usual{};
-            ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
-            rlimit none = usual;
-            none.rlim_cur = 3;  // new descriptors are refused, those that are open stay
-            ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-            channel = std::make_unique<MDnsSdChannel>(mListener.get());
-            ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &usual), 0);
-        } else {
-            const hostplatform::ScopedFault noThread(hostplatform::Fault::ThreadCreation);
+        {
+            const ScopedSystemFault fault(given.call, given.error);
             channel = std::make_unique<MDnsSdChannel>(mListener.get());
         }
         EXPECT_EQ(count("log", given.log), 1U);

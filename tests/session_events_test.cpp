@@ -312,17 +312,4 @@ TEST_F(SessionEventsTest, StoppedCleansUpTheSessionThatStopped) {
     EXPECT_EQ(g_wfd_session_id, 0);
 }
 
-TEST_F(SessionEventsTest, WorkersThatCannotStartAreReported) {
-    wfd_device_type = kSource;
-    g_wfd_session_id = 9;
-    const hostplatform::ScopedFault fault(Fault::ThreadCreation);
-    report("Any", {"STOPPED", "1"});
-    const std::string failed = "pthread_create for broadcasting intent failed: 11 \n";
-    const std::vector<std::string> expected = {
-        "\nReceived WFD event Any\n", "0. STOPPED \n", "1. 1 \n", failed,
-        "Received Stopped \n",        failed};
-    EXPECT_EQ(logLines(), expected);
-    EXPECT_EQ(g_wfd_session_id, 0);
-}
-
 }  // namespace

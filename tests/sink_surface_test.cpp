@@ -65,32 +65,6 @@ TEST_F(SinkSurfaceTest, FillsTheDisplayOverEverythingElse) {
     }
 }
 
-TEST_F(SinkSurfaceTest, ReportsWhatFails) {
-    const std::string first = "Retrieving surface \n";
-    const std::string second = "Retrieving surfaceComposerClient \n";
-    struct {
-        Fault fault;
-        std::vector<std::string> log;
-    } const cases[] = {
-        {Fault::CompositorConnection, {first}},
-        {Fault::NoInternalDisplay, {first, second, "Failed to find any physcial display!\n"}},
-        {Fault::LayerCreation, {first, second, "Retrieving surface Control failed\n"}},
-        {Fault::LayerHandle, {first, second, "Retrieving surface Control failed\n"}},
-        {Fault::LayerSurface, {first, second}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(static_cast<int>(c.fault));
-        const hostplatform::ScopedFault fault(c.fault);
-        mark();
-        EXPECT_EQ(getSurface(), nullptr);
-        EXPECT_EQ(logLines(), c.log);
-        EXPECT_EQ(compositor.openConnections(), 1);  // the part that was made is still held ...
-    }
-    deleteSurface();  // ... until here; a second time there is nothing to do
-    EXPECT_EQ(compositor.openConnections(), 0);
-    deleteSurface_impl();
-}
-
 TEST_F(SinkSurfaceTest, HandsTheSurfaceToTheClient) {
     EXPECT_EQ(setWFDSurface(), -1);  // no client yet
     ASSERT_EQ(startWfdConnection("", "192.168.49.2", 7236, 0, nullptr, nullptr), 0);
