@@ -50,10 +50,16 @@ TEST_F(ChannelTest, OutstandingRequestsCostNothing) {
     const std::chrono::seconds period(seconds == nullptr ? 1 : 10);
 
     for (int id = 0; id < kRequests; ++id) {
-        browse(id);
         mark();
+        browse(id);
     }
-    ASSERT_TRUE(journal().waitQuiet(std::chrono::milliseconds(300), std::chrono::seconds(60)));
+    // On its way there through the requests it is quiet, too.
+    Lines lines;
+    do {
+        ASSERT_TRUE(journal().waitQuiet(std::chrono::milliseconds(300), std::chrono::seconds(60)));
+        lines = trace(monitorThread());
+    } while (lines.empty() ||
+             lines.back() != format("D/MDnsDS: Going to poll with pollCount %d", kRequests + 1));
     mark();
     const Usage before = usageOf(monitorThread());
     ASSERT_GT(before.switches, 0);

@@ -1,4 +1,6 @@
 // What the commands of a session make of a device that fails them.
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdlib>
 
@@ -59,11 +61,13 @@ class SessionFaultTest : public FaultTest {
         EXPECT_TRUE(hostplatform::waitReported());
     }
 
-    // A command's result and what the session client was asked for it, without identifiers.
+    // A command's result and what it asked the session client for, without identifiers.
     std::string asking(int (*command)(const char*), const std::string& text) const {
         const uint64_t begin = journal().mark();
         std::string outcome = std::to_string(command(text.c_str()));
-        for (const std::string& call : journal().texts("session", begin)) {
+        for (const hostplatform::JournalEntry& entry : journal().entries(begin)) {
+            if (entry.component != "session" || entry.thread != gettid()) continue;
+            const std::string& call = entry.text;
             outcome += ", " + call.substr(0, call.find(' ')) + call.substr(call.rfind(" -> "));
         }
         EXPECT_TRUE(hostplatform::waitReported());
