@@ -135,6 +135,7 @@ void SoakAccount::setGround() {
     mClients = hostplatform::clientCount();
     mMonitors = count(Event::MonitorStarted);
     mServers = servers();
+    mServersEnded = count(Event::ServerEnded);
     mThreads = threadCount() - mMonitors - mServers + count(Event::ServerEnded);
     mDescriptors = static_cast<long>(openDescriptors().size()) - 2 * mMonitors - mServers +
                    count(Event::ServerEnded);
@@ -186,11 +187,12 @@ std::vector<SoakAccount::Figure> SoakAccount::figures() const {
     const long clients = hostplatform::clientCount() - mClients;
     long predicted = mHeap + clients * mPerClient + (monitors - mMonitors) * mPerMonitor +
                      (servers() - mServers) * mPerServer;
-    // Blocks: threads that have ended leave up to one for each of the about 20 stacks that the C
-    // library keeps. A request of a monitor that was not asked to remove it has two.
+    // Blocks: a server's thread has two, which go with it. Threads that have ended leave up to
+    // one for each of the about 20 stacks that the C library keeps. A request of a monitor that was
+    // not asked to remove it has two.
     long allowed = 40 + 2 * count(Event::RescanLost);
     if (kHeapUseInBlocks) {
-        predicted += retained() - mRetained;
+        predicted += retained() - mRetained - 2 * (count(Event::ServerEnded) - mServersEnded);
     } else {
         allowed = 64 * 1024 + 128 * (clients + retained()) + 1024 * count(Event::RescanLost);
     }

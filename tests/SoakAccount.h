@@ -71,6 +71,8 @@ class SoakAccount {
         long allowedBelow;
         bool holds() const;
     };
+    // What one session, discovery object and trigger server leaves, as learnt.
+    std::array<long, 3> learnt() const { return {mPerClient, mPerMonitor, mPerServer}; }
     // What there must be and what there is, when nothing happens and no request is left.
     std::vector<Figure> figures() const;
     Figure threads() const;
@@ -97,6 +99,7 @@ class SoakAccount {
     long mClients = 0;
     long mMonitors = 0;
     long mServers = 0;
+    long mServersEnded = 0;
     long mPerClient = 0;
     long mPerMonitor = 0;
     long mPerServer = 0;

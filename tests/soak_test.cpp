@@ -625,7 +625,10 @@ void Soak::report(const std::string& violation) {
             mAccount.count(Event::RescanLost));
     fprintf(output, "faults:");
     for (const auto& [name, count] : mFaults.counts()) fprintf(output, " %s %d,", name, count);
-    fprintf(output, "\n%-16s %10s %10s %10s\n", "", "expected", "found", "allowed");
+    const auto [session, object, server] = mAccount.learnt();
+    fprintf(output, "\nheap per session %ld, discovery object %ld, trigger server %ld\n", session,
+            object, server);
+    fprintf(output, "%-16s %10s %10s %10s\n", "", "expected", "found", "allowed");
     for (const SoakAccount::Figure& figure : mFigures) {
         fprintf(output, "%-16s %10ld %10ld %+10ld\n", figure.name, figure.expected, figure.found,
                 figure.allowedAbove);
