@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -152,7 +153,7 @@ long SoakAccount::learn(int count, const std::function<void()>& act) {
     const long before = mHeap;
     setGround();
     const long used = mHeap - before - (kHeapUseInBlocks ? mRetained - retainedBefore : 0);
-    return (2 * used + count) / (2 * count);
+    return std::lround(static_cast<double>(used) / count);
 }
 
 void SoakAccount::learnSession(int count, const std::function<void()>& act) {
@@ -194,7 +195,7 @@ std::vector<SoakAccount::Figure> SoakAccount::figures() const {
     if (kHeapUseInBlocks) {
         predicted += retained() - mRetained - 2 * (count(Event::ServerEnded) - mServersEnded);
     } else {
-        allowed = 64 * 1024 + 128 * (clients + retained()) + 1024 * count(Event::RescanLost);
+        allowed = 65'536 + 128 * (clients + retained()) + 1024 * count(Event::RescanLost);
     }
     Journal::instance().setCapacity(0);
     const long found = heapUse();

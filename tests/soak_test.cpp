@@ -35,6 +35,7 @@
 #include "SessionService.h"
 #include "ShellTools.h"
 #include "SoakAccount.h"
+#include "SoakCommands.h"
 #include "SoakWorld.h"
 #include "SystemFaults.h"
 #include "TextFormat.h"
@@ -49,21 +50,19 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Discovery objects leave a thread each behind, and most a second one; ThreadSanitizer has room for
-// some 8,000.
-constexpr int kMostObjects = 1500;
-constexpr unsigned kDescriptors = 3 * kMostObjects + 500;
+// Three for each discovery object.
+constexpr unsigned kDescriptors = 5000;
 constexpr int kSkipped = 77;
 
 constexpr double kFast = 2000;
-constexpr double kExact = 50;  // a session has more than a second of real time to come up
+constexpr double kExact = 20;  // a registration has half a second of real time, a session three
 constexpr std::chrono::seconds kPatience(60);
 constexpr int kRoundCommands = 300;
 constexpr int kMostRounds = 60;
+constexpr unsigned kHangs = 300;  // seconds
 
 constexpr const char* kPeerName = "Soak peer";
 constexpr const char* kPeerAddress = "127.0.0.3";
-constexpr const char* kDirectPeer = "192.168.49.2";
 
 // The standard output that this program was started with; the library prints to stdout and stderr.
 FILE* output = stdout;
@@ -73,19 +72,6 @@ struct Options {
     uint64_t seed = std::random_device()();
     int leastPerMinute = 2000;
 };
-
-struct Violation {
-    std::string text;
-};
-
-__attribute__((__format__(printf, 2, 3))) void require(bool condition, const char* pattern, ...) {
-    if (condition) return;
-    va_list arguments;
-    va_start(arguments, pattern);
-    Violation violation{hostplatform::formatArguments(pattern, arguments)};
-    va_end(arguments);
-    throw violation;
-}
 
 template <typename Condition>
 bool waitUntil(Condition condition) {
@@ -130,36 +116,17 @@ class Listener {
     int mPort = 0;
 };
 
-bool isIdentifier(const char* text) {
-    const char* const digits = *text == '-' ? text + 1 : text;
-    const size_t length = strspn(digits, "0123456789");
-    return length >= 8 && digits[length] == '\0';
-}
-
 class Soak {
  public:
     explicit Soak(const Options& options)
         : mOptions(options),
-          mRandom(options.seed),
           mFaults(options.seed + 10),
+          mCommands(options.seed, mFaults, mAccount),
           mWorld(options.seed + 20, mFaults, mAccount) {}
 
     bool run();
 
  private:
-    // Commands of the mixture; each checks what holds whatever fails.
-    void command();
-    void reset();
-    void preset();
-    void start();
-    void sendFrame();
-    void execAction();
-    void generateEvent();
-    std::string mutated(std::string text);
-    void giveText(const std::string& text, int (*function)(const char*),
-                  std::initializer_list<int> results);
-    bool mayDiscover() const;
-
     void round();
     void endInputWorker();
     // What must work.
@@ -173,197 +140,22 @@ class Soak {
 
     void quiesce();
     void end();  // of the current session
-    std::string started(int (*function)(const char*, const char*, int, int, char**), int port,
-                        int peerType);
-    void registered(const char* type);
     void learn();
     void report(const std::string& violation);
 
     const Options mOptions;
-    Random mRandom;
     SoakAccount mAccount;
     SoakFaults mFaults;
+    SoakCommands mCommands;
     SoakWorld mWorld;
     Clock::time_point mBegin = Clock::now();
-    double mProgress = 0;  // of the run, 0 to 1
-    bool mObject = false;  // there may be a discovery object
-    long mCommands = 0;
     long mRounds = 0;
-    long mResponses = 0;
-    long mTakenBack = 0;   // responses of starts that failed
-    long mSessions = 0;    // started, by result
-    long mTimedOut = 0;    // made, but not up in time
-    long mShellCalls = 0;  // by dev_exec_action
     long mOwnInputs = 0;
     long mInputs = 0;   // accepted until the round began
     long mTaken = 0;    // out of the queue until then
     long mFlushes = 0;  // of the queue until then
     std::vector<SoakAccount::Figure> mFigures;
 };
-
-constexpr const char* kResetTexts[] = {"", "Program,WFD", "Program,DisplayR2", "displayr2"};
-constexpr const char* kFrameTexts[] = {
-    "framename,RTSP,RtspMsgType,PAUSE",
-    "framename,RTSP,RtspMsgType,PLAY",
-    "framename,RTSP,RtspMsgType,TEARDOWN",
-    "framename,RTSP,RtspMsgType,TRIGGER-PAUSE",
-    "framename,RTSP,RtspMsgType,TRIGGER-PLAY",
-    "framename,RTSP,RtspMsgType,TRIGGER-TEARDOWN",
-    "framename,RTSP,RtspMsgType,SETUP",
-    "framename,RTSP,RtspMsgType,OPTIONS",
-    "framename,RTSP,RtspMsgType,SET_PARAMETER",
-    "framename,RTSP,RtspMsgType,SET_PARAMETER,SetParameter,Standby",
-    "framename,RTSP,RtspMsgType,SET_PARAMETER,SetParameter,CapReNego,"
-    "CapReNegotiateCodecProfile,H264-1",
-    "framename,RTSP,RtspMsgType,SET_PARAMETER,SetParameter,CapReNego,CapReNegotiateProfile,LPCM",
-    "framename,RTSP,RtspMsgType,SET_PARAMETER,SetParameter,CapReNego,"
-    "CapReNegotiateCodecProfile,H265-9",
-    "framename,RTSP,RtspMsgType,SET_PARAMETER,TransportType,tcp",
-    "framename,RTSP,RtspMsgType,SET_PARAMETER,TransportType,udp",
-    "framename,P2P,source,a,destination,b",
-};
-constexpr const char* kPresetTexts[] = {
-    "mdns_disc,disable",
-    "mdns_disc,enable,mdns_role,browser,wfddevtype,source",
-    "mdns_disc,enable,mdns_role,browser,wfddevtype,p-sink",
-    "mdns_disc,enable,mdns_role,responder,wfddevtype,source",
-    "mdns_disc,enable,mdns_role,responder,wfddevtype,p-sink",
-};
-constexpr const char* kActionTexts[] = {
-    "DirectStreaming,Start,CodecProfile,H264-0",
-    "DirectStreaming,Start,CodecProfile,H264-1",
-    "DirectStreaming,Stop",
-};
-constexpr const char* kBadActionTexts[] = {"", "DirectStreaming,Start",
-                                           "DirectStreaming,Start,CodecProfile,H266",
-                                           "DirectStreaming,Pause"};
-constexpr const char* kEventTexts[] = {
-    "Type,IdrReq",
-    "Type,IdrReq",
-    "Type,UIBC_Gen,UIBCEventType,Mouse",
-    "Type,UIBC_Gen,UIBCEventType,KeyBoard",
-    "Type,UIBC_HID,UIBCEventType,KEYBOARD",
-    "Type,Nothing",
-};
-
-bool Soak::mayDiscover() const {
-    return static_cast<double>(mAccount.count(Event::MonitorStarted)) <
-           60 + (kMostObjects - 400) * mProgress;
-}
-
-// Sometimes a text as no controller should send it.
-std::string Soak::mutated(std::string text) {
-    if (!mRandom.oneIn(10)) return text;
-    const auto place = static_cast<size_t>(mRandom.below(static_cast<int>(text.size()) + 1));
-    switch (mRandom.below(4)) {
-        case 0:
-            return text.substr(0, place);
-        case 1:
-            return text.insert(place, static_cast<size_t>(mRandom.below(700)), 'x');
-        case 2:
-            return text.insert(place, 1, static_cast<char>(1 + mRandom.below(255)));
-        default:
-            return text.insert(place, ",,");
-    }
-}
-
-void Soak::giveText(const std::string& text, int (*function)(const char*),
-                    std::initializer_list<int> results) {
-    const int result = function(mRandom.oneIn(200) ? nullptr : text.c_str());
-    const bool known = std::find(results.begin(), results.end(), result) != results.end();
-    require(known, "\"%s\" gives %d", text.c_str(), result);
-}
-
-void Soak::reset() { giveText(mutated(mRandom.of(kResetTexts)), sta_reset_default, {0}); }
-
-void Soak::sendFrame() {
-    giveText(mutated(mRandom.of(kFrameTexts)), dev_send_frame, {0, 1, 2, -1});
-}
-
-void Soak::generateEvent() {
-    giveText(mutated(mRandom.of(kEventTexts)), sta_generate_event, {0, 2});
-}
-
-void Soak::execAction() {
-    const bool good = mRandom.oneIn(3);  // two shell tools
-    const std::string text = good ? mRandom.of(kActionTexts) : mRandom.of(kBadActionTexts);
-    const int result = dev_exec_action(text.c_str());
-    require(result == (good ? 1 : -2), "\"%s\" gives %d", text.c_str(), result);
-    if (good) ++mShellCalls;
-    if (const pthread_t thread = std::exchange(rtsp_playback_thread, 0); thread != 0) {
-        require(pthread_join(thread, nullptr) == 0, "the playback thread cannot be joined");
-        mShellCalls += 2;
-    }
-}
-
-void Soak::preset() {
-    std::string text = mRandom.of(kPresetTexts);
-    const bool registers = text.find("responder") != std::string::npos;
-    if (registers && !mayDiscover()) text = kPresetTexts[0];
-    text = mutated(std::move(text));
-    mObject = registers;
-    const long allocated = mAccount.ofCommands(Event::Allocated);
-    const bool wanted = !mRandom.oneIn(50);
-    char* response = nullptr;
-    const int result = sta_preset_testparameters(text.c_str(), wanted ? &response : nullptr);
-    const bool answered = mAccount.ofCommands(Event::Allocated) > allocated;
-    require((response != nullptr) == answered, "a preset's response");
-    require(result == 0 || (result == -1 && response == nullptr), "\"%s\" gives %d", text.c_str(),
-            result);
-    if (response == nullptr) return;
-    ++mResponses;
-    require(strlen(response) < sizeof instanceName, "the name \"%s\"", response);
-    free(response);
-}
-
-void Soak::start() {
-    const bool discovers = mRandom.oneIn(12) && (mObject || mayDiscover());
-    mObject = mObject || discovers;
-    const int peerType = mRandom.below(2);
-    const int port = discovers ? -100 : mRandom.oneIn(8) ? mRandom.below(70'000) - 1000 : 7236;
-    const char* const address = mRandom.oneIn(30) ? nullptr : kDirectPeer;
-    const long allocated = mAccount.ofCommands(Event::Allocated);
-    mAccount.takeCreateStatus();
-    const bool wanted = !mRandom.oneIn(50);
-    char* response = nullptr;
-    const bool go = !discovers && mRandom.oneIn(3);
-    const int result = (go ? connect_go_start_wfd : start_wfd_connection)(
-        "", address, port, peerType, wanted ? &response : nullptr);
-    const std::optional<int> status = mAccount.takeCreateStatus();
-    const bool memory = mAccount.ofCommands(Event::Allocated) > allocated;
-    require((result == -1) == (response == nullptr), "a start gives %d and the response %s", result,
-            response == nullptr ? "null" : response);
-    require(memory || result == -1, "a response without memory");
-    if (response == nullptr) {
-        if (memory) ++mTakenBack;
-        if (status.value_or(-1) == 0) ++mTimedOut;
-        return;
-    }
-    ++mResponses;
-    require(result == status, "a start gives %d, its session client %d", result,
-            status.value_or(-99));
-    if (result == 0) ++mSessions;
-    require(isIdentifier(response), "the identifier \"%s\"", response);
-    free(response);
-}
-
-void Soak::command() {
-    const int choice = mRandom.below(100);
-    if (mRandom.oneIn(10)) mFaults.change();
-    if (choice < 12) {
-        reset();
-    } else if (choice < 22) {
-        preset();
-    } else if (choice < 42) {
-        start();
-    } else if (choice < 87) {
-        sendFrame();
-    } else if (choice < 93) {
-        execAction();
-    } else {
-        generateEvent();
-    }
-}
 
 // Waits until nothing happens any more: every thread that comes and goes has gone.
 void Soak::quiesce() {
@@ -381,34 +173,9 @@ void Soak::end() {
     require(g_wfd_session_id == 0, "an identifier after a reset");
 }
 
-std::string Soak::started(int (*function)(const char*, const char*, int, int, char**), int port,
-                          int peerType) {
-    char* response = nullptr;
-    const int result = function("", kDirectPeer, port, peerType, &response);
-    require(result == 0 && response != nullptr, "the start on port %d as %s gives %d", port,
-            peerType == 0 ? "sink" : "source", result);
-    ++mResponses;
-    ++mSessions;
-    std::string text = response;
-    free(response);
-    return text;
-}
-
-void Soak::registered(const char* type) {
-    const std::string text = hostplatform::format("mdns_disc,%s,mdns_role,responder,wfddevtype,%s",
-                                                  *type == '\0' ? "disable" : "enable", type);
-    char* response = nullptr;
-    const int result = sta_preset_testparameters(text.c_str(), &response);
-    const std::string name = response == nullptr ? "" : response;
-    if (response != nullptr) ++mResponses;
-    free(response);
-    require(result == 0 && name == (*type == '\0' ? "" : kPeerName),
-            "a registration as \"%s\" gives %d, \"%s\"", type, result, name.c_str());
-}
-
 void Soak::checkDirectSession() {
     const uint64_t mark = Journal::instance().mark();
-    const std::string id = started(start_wfd_connection, 7236, 1);
+    const std::string id = mCommands.startBy(start_wfd_connection, 7236, 1);
     quiesce();
     auto session = currentSession();
     require(session && id == hostplatform::format("%.8d", session->id) && session->state == "PLAY",
@@ -432,7 +199,7 @@ void Soak::checkDirectSession() {
 }
 
 void Soak::checkInput() {
-    started(connect_go_start_wfd, 7236, 1);
+    mCommands.startBy(connect_go_start_wfd, 7236, 1);
     quiesce();
     const uint64_t mark = Journal::instance().mark();
     hostplatform::setTimeScale(kFast);
@@ -454,7 +221,7 @@ void Soak::checkInput() {
 
 void Soak::checkRegistration() {
     const long clients = mAccount.count(Event::ClientMade);
-    registered("p-sink");
+    mCommands.registerAs("p-sink", kPeerName);
     require(SoakWorld::sendToSink(mAccount.ports().back(), std::string("\0\2\x1c\x45", 4)),
             "a registered sink cannot be triggered");
     quiesce();
@@ -464,13 +231,13 @@ void Soak::checkRegistration() {
                 session->peer.ipAddress == std::string("127.0.0.1"),
             "a trigger does not make a session");
     end();
-    registered("");
+    mCommands.registerAs("", "");
 }
 
 void Soak::checkDiscovery(bool asSource) {
     const Listener sink;
     mWorld.pause({kPeerName, kPeerAddress, sink.port()});
-    started(start_wfd_connection, -100, asSource ? 1 : 0);
+    mCommands.startBy(start_wfd_connection, -100, asSource ? 1 : 0);
     const auto session = currentSession();
     require(session && session->peer.ipAddress == std::string(kPeerAddress) &&
                 session->peer.rtspPort == (asSource ? 7236 : sink.port()),
@@ -481,7 +248,7 @@ void Soak::checkDiscovery(bool asSource) {
     }
     quiesce();
     end();
-    registered("");
+    mCommands.registerAs("", "");
 }
 
 // Everything that the library was handed has gone somewhere.
@@ -491,15 +258,17 @@ void Soak::checkJournal() {
     const auto equal = [](long one, long other, const char* what) {
         require(one == other, "%s: %ld, %ld", what, one, other);
     };
-    equal(all(Event::Allocated), mResponses + mTakenBack, "responses made, and accounted for");
-    equal(mine(Event::SessionMade), mSessions + mTimedOut,
+    equal(all(Event::Allocated), mCommands.counts().responses + mCommands.counts().takenBack,
+          "responses made, and accounted for");
+    equal(mine(Event::SessionMade), mCommands.counts().sessions + mCommands.counts().timedOut,
           "sessions of commands made, and started");
     equal(all(Event::ClientMade), all(Event::SessionAsked), "clients, and sessions asked for");
     equal(all(Event::SessionAsked) - mine(Event::SessionAsked) + all(Event::NoClient) -
               mine(Event::NoClient),
           all(Event::Triggered), "triggered starts, and triggers");
     require(all(Event::Triggered) <= all(Event::CommandRead), "triggers that nobody sent");
-    equal(all(Event::Tool), all(Event::InputShown) + mShellCalls - failedCalls(SystemCall::Shell),
+    equal(all(Event::Tool),
+          all(Event::InputShown) + mCommands.counts().shellCalls - failedCalls(SystemCall::Shell),
           "shell tools run, and asked for");
 }
 
@@ -552,8 +321,7 @@ void Soak::round() {
     hostplatform::setPeer(hostplatform::Peer::Answers);
     require(hostplatform::waitReported(), "reports do not end");
     endInputWorker();
-    registered("");
-    mObject = false;
+    mCommands.registerAs("", "");
     quiesce();
     checkInputs();
     hostplatform::setTimeScale(kExact);
@@ -585,18 +353,18 @@ void Soak::learn() {
     checkRegistration();
     checkDiscovery(true);
     checkDiscovery(false);
-    hostplatform::setTimeScale(5 * kExact);
+    hostplatform::setTimeScale(10 * kExact);
     mAccount.learnSession(kTimes, [&] {
         times([this] {
-            started(start_wfd_connection, 7236, 0);
+            mCommands.startBy(start_wfd_connection, 7236, 0);
             quiesce();
             end();
         });
     });
     const auto register1 = [&](const char* type) {
         times([&] {
-            registered(type);
-            registered("");
+            mCommands.registerAs(type, kPeerName);
+            mCommands.registerAs("", "");
         });
         quiesce();
         // A monitor begins with a rescan for each of its requests.
@@ -610,18 +378,20 @@ void Soak::learn() {
 }
 
 void Soak::report(const std::string& violation) {
+    const SoakCommands::Counts& counts = mCommands.counts();
     const double minutes = std::chrono::duration<double>(Clock::now() - mBegin).count() / 60;
-    const auto perMinute = static_cast<long>(static_cast<double>(mCommands) / minutes);
-    fprintf(output, "%ld commands in %.1f minutes, %ld per minute, %ld recoveries\n", mCommands,
-            minutes, perMinute, mRounds);
-    fprintf(output, "%ld sessions by commands, %ld by triggers, %ld not up in time\n", mSessions,
-            mAccount.count(Event::SessionMade) - mSessions - mTimedOut, mTimedOut);
+    const auto perMinute = static_cast<long>(static_cast<double>(counts.commands) / minutes);
+    fprintf(output, "%ld commands in %.1f minutes, %ld per minute, %ld recoveries\n",
+            counts.commands, minutes, perMinute, mRounds);
+    fprintf(output, "%ld sessions by commands, %ld by triggers, %ld not up in time\n",
+            counts.sessions, mAccount.count(Event::SessionMade) - counts.sessions - counts.timedOut,
+            counts.timedOut);
     fprintf(output, "%ld discovery objects, %ld trigger servers, %ld of them ended\n",
             mAccount.count(Event::MonitorStarted),
             mAccount.count(Event::ServerMade) - mAccount.count(Event::ServerWithoutThread),
             mAccount.count(Event::ServerEnded));
     fprintf(output, "%ld responses, %ld inputs accepted, %ld shell tools, %ld rescans lost\n",
-            mResponses, mWorld.inputsAccepted() + mOwnInputs, mAccount.count(Event::Tool),
+            counts.responses, mWorld.inputsAccepted() + mOwnInputs, mAccount.count(Event::Tool),
             mAccount.count(Event::RescanLost));
     fprintf(output, "faults:");
     for (const auto& [name, count] : mFaults.counts()) fprintf(output, " %s %d,", name, count);
@@ -635,7 +405,7 @@ void Soak::report(const std::string& violation) {
     }
     if (!violation.empty()) {
         fprintf(output, "FAILED, seed %llu, command %ld: %s\n",
-                static_cast<unsigned long long>(mOptions.seed), mCommands, violation.c_str());
+                static_cast<unsigned long long>(mOptions.seed), counts.commands, violation.c_str());
     }
 }
 
@@ -653,46 +423,38 @@ bool Soak::run() {
         learn();
         mBegin = Clock::now();
         const std::chrono::duration<double> length(60 * mOptions.minutes);
+        const auto progress = [&] {
+            return std::chrono::duration<double>(Clock::now() - mBegin) / length;
+        };
+        const long& commands = mCommands.counts().commands;
         long roundEnd = kRoundCommands;
         double nextRound = 0;
-        while (mProgress < 1) {
-            alarm(300);
-            runningCommand = ++mCommands;
-            command();
-            mProgress = std::chrono::duration<double>(Clock::now() - mBegin) / length;
-            if (mCommands >= roundEnd && mProgress >= nextRound && mProgress < 1) {
+        while (true) {
+            const double now = progress();
+            if (now >= 1) break;
+            if (commands >= roundEnd && now >= nextRound) {
                 round();
-                roundEnd = mCommands + kRoundCommands;
-                nextRound = mProgress + 1.0 / kMostRounds;
+                const double spent = progress() - now;
+                roundEnd = commands + kRoundCommands;
+                nextRound = now + std::max(1.0 / kMostRounds, 5 * spent);
             }
+            alarm(kHangs);
+            ++runningCommand;
+            mCommands.give(now);
         }
         round();
-        const std::chrono::duration<double> used = Clock::now() - mBegin;
-        require(static_cast<double>(mCommands) >= mOptions.leastPerMinute * used.count() / 60,
+        const std::chrono::duration<double, std::ratio<60>> used = Clock::now() - mBegin;
+        require(static_cast<double>(commands) >= mOptions.leastPerMinute * used.count(),
                 "fewer than %d commands per minute", mOptions.leastPerMinute);
-    } catch (const Violation& found) {
-        violation = found.text;
+    } catch (const std::exception& found) {
+        violation = found.what();
     }
     alarm(0);
     report(violation);
     return violation.empty();
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    Options options;
-    CLI::App app("Gives the library mixed commands while everything around it fails at random.");
-    app.add_option("--minutes", options.minutes, "how long")->check(CLI::PositiveNumber);
-    app.add_option("--seed", options.seed, "which commands and faults (at first a random number)");
-    app.add_option("--least-per-minute", options.leastPerMinute,
-                   "fail with fewer commands than that");
-    CLI11_PARSE(app, argc, argv);
-
-    if (!allowDescriptors(kDescriptors)) {
-        printf("skipped: %u descriptors are not allowed\n", kDescriptors);
-        return kSkipped;
-    }
+int soak(const Options& options) {
     output = fdopen(dup(STDOUT_FILENO), "w");
     if (output == nullptr || freopen("/dev/null", "w", stdout) == nullptr) return 1;
     stderr = stdout;  // what the library prints; sanitizers write to the descriptor itself
@@ -703,11 +465,28 @@ int main(int argc, char** argv) {
     FakeDnsSd::instance().setJournalled(false);
     signal(SIGALRM, onAlarm);
 
-    bool good = false;
-    {
-        Soak soak(options);
-        good = soak.run();
-        hostplatform::shutdownSessions();
-    }
+    Soak soak(options);
+    const bool good = soak.run();
+    hostplatform::shutdownSessions();
     return good ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+    Options options;
+    CLI::App app("Gives the library mixed commands while everything around it fails at random.");
+    app.add_option("--minutes", options.minutes, "how long")->check(CLI::PositiveNumber);
+    app.add_option("--seed", options.seed, "which commands and faults (otherwise a random number)");
+    app.add_option("--least-per-minute", options.leastPerMinute,
+                   "fail with fewer commands than that");
+    CLI11_PARSE(app, argc, argv);
+    if (!allowDescriptors(kDescriptors)) {
+        printf("skipped: %u descriptors are not allowed\n", kDescriptors);
+        return kSkipped;
+    }
+    return soak(options);
+} catch (const std::exception& error) {
+    fprintf(stderr, "%s\n", error.what());
+    return 1;
 }
