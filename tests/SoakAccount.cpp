@@ -195,7 +195,7 @@ std::vector<SoakAccount::Figure> SoakAccount::figures() const {
     if (kHeapUseInBlocks) {
         predicted += retained() - mRetained - 2 * (count(Event::ServerEnded) - mServersEnded);
     } else {
-        allowed = 65'536 + 128 * (clients + retained()) + 1024 * count(Event::RescanLost);
+        allowed = 65'536 + 16 * (clients + retained()) + 256 * count(Event::RescanLost);
     }
     Journal::instance().setCapacity(0);
     const long found = heapUse();

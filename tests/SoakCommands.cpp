@@ -30,7 +30,11 @@ bool isIdentifier(const char* text) {
 }
 
 constexpr const char* kResetTexts[] = {"", "Program,WFD", "Program,DisplayR2", "displayr2"};
+constexpr const char* kRenegotiation =
+    "framename,RTSP,RtspMsgType,SET_PARAMETER,SetParameter,CapReNego,"
+    "CapReNegotiateCodecProfile,H264-1";
 constexpr const char* kFrameTexts[] = {
+    kRenegotiation,
     "framename,RTSP,RtspMsgType,PAUSE",
     "framename,RTSP,RtspMsgType,PLAY",
     "framename,RTSP,RtspMsgType,TEARDOWN",
@@ -41,7 +45,6 @@ constexpr const char* kFrameTexts[] = {
     "framename,RTSP,RtspMsgType,OPTIONS",
     "framename,RTSP,RtspMsgType,SET_PARAMETER",
     "framename,RTSP,RtspMsgType,SET_PARAMETER,SetParameter,Standby",
-    "framename,RTSP,RtspMsgType,SET_PARAMETER,SetParameter,CapReNego,CapReNegotiateProfile,H264-1",
     "framename,RTSP,RtspMsgType,SET_PARAMETER,SetParameter,CapReNego,CapReNegotiateProfile,LPCM",
     "framename,RTSP,RtspMsgType,SET_PARAMETER,SetParameter,CapReNego,CapReNegotiateProfile,H265-9",
     "framename,RTSP,RtspMsgType,SET_PARAMETER,SetParameter,CapReNego,TransportType,tcp",
