@@ -205,17 +205,25 @@ void Soak::checkInput() {
     hostplatform::setTimeScale(kFast);
     require(sta_generate_event("Type,UIBC_Gen,UIBCEventType,KeyBoard") == 0, "UIBC");
     hostplatform::setTimeScale(kExact);
-    const auto input = hostplatform::keyEvent('a', 0);
-    require(hostplatform::injectInput(input), "an input is refused");
+    const long taken = mAccount.count(Event::InputTaken);
+    constexpr uint32_t kActions[] = {1, 0, 2, 1};
+    for (const uint32_t action : kActions) {
+        require(hostplatform::injectInput(hostplatform::touchEvent(action)), "a refused input");
+        ++mOwnInputs;
+    }
+    require(hostplatform::injectInput(hostplatform::keyEvent('a', 0)), "a refused input");
+    ++mOwnInputs;
     require(Journal::instance().waitFor("tool", "input keyevent 29", mark).has_value(),
             "an input is not injected");
-    require(myList.empty(), "inputs that nobody made");
+    {
+        const android::Mutex::Autolock lock(mLock);
+        require(mAccount.count(Event::InputTaken) == taken + 5 && myList.empty(), "lost inputs");
+    }
     require(dev_send_frame("framename,RTSP,RtspMsgType,TEARDOWN") == 1, "TEARDOWN fails");
     quiesce();
     // The worker has ended; the library sets one up once in a process.
     uibc_setup_done = 0;
     uibc_complete_flag = 0;
-    ++mOwnInputs;
     end();
 }
 
@@ -247,6 +255,11 @@ void Soak::checkDiscovery(bool asSource) {
         require(sink.received() == std::string("\0\2\x1c\x44", 4), "no trigger");
     }
     quiesce();
+    require(dev_send_frame("framename,RTSP,RtspMsgType,TRIGGER-TEARDOWN") == 1, "TEARDOWN fails");
+    quiesce();
+    // A source leaves alone what a sink before it has left.
+    require(asSource || hostplatform::Compositor::instance().layers().empty(),
+            "a sink's layer stays");
     end();
     mCommands.registerAs("", "");
 }
