@@ -3,8 +3,10 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <set>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "SoakWorld.h"
 
@@ -36,6 +38,9 @@ class SoakCommands {
     // 0 to 1, bounds what commands leave behind for the life of the process.
     void give(double progress);
 
+    // The ports on which sinks may have been triggered since the last call.
+    std::set<int> takeTriggered() { return std::exchange(mTriggered, {}); }
+
     // These must work.
     //
     // Registers this device as "p-sink" or "source", as which it must get that name, or ends that
@@ -56,6 +61,7 @@ class SoakCommands {
     void giveText(const std::string& text, int (*function)(const char*),
                   std::initializer_list<int> results);
     bool mayDiscover() const;
+    void noteTriggered();
 
     Random mRandom;
     SoakFaults& mFaults;
@@ -63,4 +69,5 @@ class SoakCommands {
     Counts mCounts;
     double mProgress = 0;
     bool mObject = false;  // there may be a discovery object
+    std::set<int> mTriggered;
 };
