@@ -59,7 +59,8 @@ constexpr double kExact = 20;  // a registration has half a second of real time,
 constexpr std::chrono::seconds kPatience(60);
 constexpr int kRoundCommands = 300;
 constexpr int kMostRounds = 60;
-constexpr unsigned kHangs = 300;  // seconds
+constexpr size_t kShownEntries = 300;  // of the journal, after a violation
+constexpr unsigned kHangs = 300;       // seconds
 
 const std::string kTrigger("\0\2\x1c\x45", 4);  // to connect to port 7237
 constexpr const char* kPeerName = "Soak peer";
@@ -425,6 +426,11 @@ void Soak::report(const std::string& violation) {
                 figure.allowedAbove);
     }
     if (!violation.empty()) {
+        const std::vector<hostplatform::JournalEntry> entries = Journal::instance().entries();
+        const size_t shown = std::min(entries.size(), kShownEntries);
+        for (size_t i = entries.size() - shown; i < entries.size(); ++i) {
+            fprintf(output, "%s\n", toString(entries[i]).c_str());
+        }
         fprintf(output, "FAILED, seed %llu, command %ld: %s\n",
                 static_cast<unsigned long long>(mOptions.seed), counts.commands, violation.c_str());
     }
