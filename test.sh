@@ -6,8 +6,10 @@
 #   ./test.sh --sanitize=thread    with ThreadSanitizer
 #   ./test.sh --aarch64            for AArch64, under qemu-user; without the tests on a real daemon
 #   ./test.sh --fuzz=SECONDS       no tests: each fuzz target for that long
+#   ./test.sh --soak=MINUTES       no tests: mixed commands for that long, with faults at random
 #
-# Further arguments go to ctest (-R REGEX, --repeat until-fail:20, ...).
+# Further arguments go to ctest (-R REGEX, --repeat until-fail:20, ...), or to the soak test (--seed
+# NUMBER).
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 . scripts/setup.sh
@@ -29,6 +31,11 @@ case ${1:-} in
         build_preset fuzz build-fuzz fuzz_targets
         run_fuzz_targets build-fuzz "${1#--fuzz=}"
         exit
+        ;;
+    --soak=*)
+        install_packages "${packages[@]}"
+        build_preset dev build soak_test
+        exec build/bin/soak_test --minutes "${1#--soak=}" "${@:2}"
         ;;
     --sanitize*) echo "--sanitize is address or thread" >&2 && exit 2 ;;
 esac

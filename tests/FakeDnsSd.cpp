@@ -228,7 +228,8 @@ DNSServiceErrorType FakeDnsSd::process(DNSServiceRef ref) {
     const Result result = std::move(reference->results.front());
     reference->results.pop_front();
     char byte = 0;
-    if (reference->results.empty()) (void)!read(reference->sockets[0], &byte, 1);
+    // Not by read(), which a test may be failing for its clients.
+    if (reference->results.empty()) (void)!recv(reference->sockets[0], &byte, 1, 0);
     reference->processing = std::this_thread::get_id();
     ++mReported;
     ++mReporting;

@@ -16,6 +16,7 @@ namespace {
 struct Plan {
     std::atomic<int> error{0};
     std::atomic<int> left{0};
+    std::atomic<int> failed{0};
 };
 std::array<Plan, kSystemCallCount> plans{};
 
@@ -28,11 +29,14 @@ bool fails(SystemCall call) {
     while (left > 0 && !plan.left.compare_exchange_weak(left, left - 1)) {
     }
     if (left <= 0) return false;
+    ++plan.failed;
     errno = plan.error;
     return true;
 }
 
 }  // namespace
+
+int failedCalls(SystemCall call) { return planOf(call).failed; }
 
 ScopedSystemFault::ScopedSystemFault(SystemCall call, int error, int count) : mCall(call) {
     planOf(call).error = error;

@@ -26,6 +26,9 @@ enum class SystemCall {
 };
 constexpr int kSystemCallCount = 17;
 
+// How many of these calls have been made to fail since the start of the process.
+int failedCalls(SystemCall call);
+
 // For the length of a scope the next `count` calls fail with that error and do nothing. One for a
 // call at a time.
 class ScopedSystemFault {

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "Faults.h"
 #include "Journal.h"
@@ -74,6 +75,14 @@ std::optional<SessionState> currentSession() {
 }
 
 int clientCount() { return static_cast<int>(allClients().size()); }
+
+std::vector<SessionState> allSessions() {
+    std::vector<SessionState> sessions;
+    for (const SimulatedClient* const client : allClients()) {
+        if (auto session = client->session()) sessions.push_back(std::move(*session));
+    }
+    return sessions;
+}
 
 bool injectInput(const WFD_uibc_event_t& event) {
     const std::vector<SimulatedClient*> clients = allClients();

@@ -65,6 +65,9 @@ std::optional<SessionState> currentSession();
 // Clients made so far. None of them is ever destroyed.
 int clientCount();
 
+// The sessions of all clients that had one, oldest client first.
+std::vector<SessionState> allSessions();
+
 // Input of the sink's user. With a linked sink here it goes to the source at the other end, which
 // takes it if its UIBC has been started. Else the user is that of the built-in peer, and it reaches
 // the newest client whose UIBC has been started; the calling thread plays the client's receiving
