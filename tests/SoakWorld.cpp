@@ -21,7 +21,6 @@ struct DeviceFault {
     Fault fault;
     const char* name;
 };
-// All but the silent property service: the daemon of this test has one of its own.
 constexpr DeviceFault kDeviceFaults[] = {
     {Fault::CompositorConnection, "compositor connection"},
     {Fault::NoInternalDisplay, "no internal display"},
@@ -36,6 +35,7 @@ constexpr DeviceFault kDeviceFaults[] = {
     {Fault::SessionControl, "session control"},
     {Fault::AudioRouting, "audio routing"},
     {Fault::Allocation, "response text"},
+    {Fault::PropertyService, "property service"},
     {Fault::ThreadCreation, "thread of the device"},
 };
 
