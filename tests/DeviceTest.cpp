@@ -48,7 +48,7 @@ std::vector<std::string> DeviceTest::calls(const std::string& component) const {
     return journal().texts(component, mMark);
 }
 
-void DeviceTest::endUibcWorker() {
+void endUibcWorker() {
     const int32_t role = wfd_device_type.exchange(0);
     char teardown[2][256] = {"any", "TEARDOWN"};
     miracastWfdStringArrayCallback("any", 2, teardown, nullptr);

@@ -11,6 +11,9 @@
 #include "SimulatedDevice.h"
 #include "miracast_sigma.h"
 
+// Ends the UIBC worker as a source's teardown does, which waits for it, and lets it be set up anew.
+void endUibcWorker();
+
 // Each test starts with all switches at rest, with a mark from which it reads the journal, and ends
 // with nothing left to be reported.
 class DeviceTest : public testing::Test {
@@ -26,9 +29,6 @@ class DeviceTest : public testing::Test {
     // Whether any thread has logged exactly this since the mark.
     bool logged(const std::string& line) const;
     std::vector<std::string> calls(const std::string& component = "session") const;
-    // Ends the UIBC worker as a source's teardown does, which waits for it, and lets it be set up
-    // anew.
-    static void endUibcWorker();
     // Forgets what was journalled so far.
     void mark() { mMark = journal().mark(); }
     uint64_t marked() const { return mMark; }

@@ -202,7 +202,7 @@ TEST_F(DiscoveryFaultTest, TriggerServers) {
              offer,
              "200, no port",
              {"E/WFDTriggerTcp: RTP port Bind failed", "E/WFDTriggerTcp: getsockname error",
-              "E/WFDTriggerTcp: listen error -1 9"},
+              "E/WFDTriggerTcp: listen error -1 9", ended},
              works},
             {"not bound",
              system(SystemCall::Bind, EADDRINUSE),

@@ -30,6 +30,7 @@
 #include "ChannelTest.h"
 #include "Clock.h"
 #include "Compositor.h"
+#include "DeviceTest.h"
 #include "FakeDnsSd.h"
 #include "Journal.h"
 #include "SessionService.h"
@@ -40,7 +41,6 @@
 #include "SystemFaults.h"
 #include "TextFormat.h"
 #include "miracast_sigma.h"
-#include "session_events.h"
 #include "uibc.h"
 
 using hostplatform::currentSession;
@@ -130,7 +130,6 @@ class Soak {
 
  private:
     void round();
-    void endInputWorker();
     // What must work.
     void checkDirectSession();
     void checkInput();
@@ -320,15 +319,6 @@ void Soak::checkBooks() {
     }
 }
 
-void Soak::endInputWorker() {
-    const int32_t role = wfd_device_type.exchange(0);
-    char teardown[2][256] = {"any", "TEARDOWN"};
-    miracastWfdStringArrayCallback("any", 2, teardown, nullptr);
-    wfd_device_type = role;
-    uibc_setup_done = 0;
-    uibc_complete_flag = 0;
-}
-
 // Everything comes to rest; then what must work is tried, and the books are balanced.
 void Soak::round() {
     mWorld.pause({kPeerName, kPeerAddress, 1});
@@ -342,7 +332,7 @@ void Soak::round() {
         if (known) SoakWorld::sendToSink(port, kTrigger);
     }
     require(hostplatform::waitReported(), "reports do not end");
-    endInputWorker();
+    endUibcWorker();
     mCommands.registerAs("", "");
     quiesce();
     checkInputs();

@@ -193,23 +193,6 @@ TEST_F(TriggerTest, ServerWaitsForItsCallback) {
     EXPECT_EQ(calls("callback"), Lines{"t(127.0.0.1, 7236)"});
 }
 
-TEST_F(TriggerTest, ServerAndClientWithoutDescriptors) {
-    const ScopedSystemFault none(SystemCall::Socket, EMFILE);
-    {
-        WFDTriggerTcpServer server;
-        EXPECT_EQ(server.getServerPort(), -1);
-        EXPECT_TRUE(journal().waitFor("log", "accept error", marked()));
-    }
-    EXPECT_EQ(log(), (Lines{"E: RTP port Bind failed", "V: bind ok 0", "E: getsockname error",
-                            "E: listen error -1 9", "E: srv: accept error -1"}));
-    mark();
-    WFDTriggerTcpClient client("127.0.0.1", 9);
-    client.retrytcpconnect(9);
-    EXPECT_FALSE(client.trigger("", 7236));
-    EXPECT_EQ(log(), (Lines{"E: client: socket error 24", "E: client: socket error 24",
-                            "V: trigger 7236", "V: write 0 2 28 68"}));
-}
-
 // A device's agent may have handlers that do not restart what they interrupt.
 TEST_F(TriggerTest, ServerGoesOnAfterASignal) {
     const ScopedSystemFault accepting(SystemCall::Accept, EINTR, 1);

@@ -6,7 +6,6 @@
 
 #include "Clock.h"
 #include "DeviceTest.h"
-#include "Faults.h"
 #include "osal/osal.h"
 
 namespace {
@@ -140,18 +139,6 @@ TEST_F(UibcTest, WorkerInjectsOneEventPerSecond) {
     const std::vector<std::string> log = {"UIBC[Src]Prepare for next event\n",
                                           "Flushing UIBC event list\n"};
     EXPECT_EQ(logLines(), log);
-}
-
-TEST_F(UibcTest, WorkerThatCannotStartLeavesEventsQueued) {
-    {
-        const hostplatform::ScopedFault fault(hostplatform::Fault::ThreadCreation);
-        EXPECT_EQ(setUpUibc(), 0);
-    }
-    EXPECT_EQ(logLines().back(), "Worker thread creation failed res = 11\n");
-    EXPECT_EQ(uibc_setup_done, 1);
-    inject(keyEvent('a', 0));
-    EXPECT_EQ(myList.size(), 1U);
-    endUibcWorker();  // there is none to wait for
 }
 
 TEST_F(UibcTest, BurstFromFourThreadsIsInjectedCompletelyAndInOrder) {
