@@ -36,3 +36,23 @@ void Arrivals::waitAsleep() const {
         std::this_thread::yield();
     }
 }
+
+Apart::Apart(pid_t thread) : mThread(thread) {
+    sched_getaffinity(0, sizeof mAll, &mAll);
+    if (CPU_COUNT(&mAll) < 2) return;
+    pid_t next = 0;  // this one
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+        if (!CPU_ISSET(cpu, &mAll)) continue;
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(cpu, &one);
+        sched_setaffinity(next, sizeof one, &one);
+        if (next == mThread) return;
+        next = mThread;
+    }
+}
+
+Apart::~Apart() {
+    sched_setaffinity(0, sizeof mAll, &mAll);
+    sched_setaffinity(mThread, sizeof mAll, &mAll);
+}

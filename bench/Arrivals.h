@@ -1,6 +1,7 @@
 // What a benchmark's own thread and the thread that it measures tell each other.
 #pragma once
 
+#include <sched.h>
 #include <semaphore.h>
 #include <sys/types.h>
 
@@ -55,6 +56,20 @@ class Arrivals {
     Semaphore mAll;
     Semaphore mHeld;
     Semaphore mReleased;
+};
+
+// For the length of a scope, keeps the calling thread and another one on a CPU each, if there are
+// two: whether the scheduler puts them together makes a difference of a factor of two between runs.
+class Apart {
+ public:
+    explicit Apart(pid_t thread);
+    ~Apart();
+    Apart(const Apart&) = delete;
+    Apart& operator=(const Apart&) = delete;
+
+ private:
+    const pid_t mThread;
+    cpu_set_t mAll;
 };
 
 inline double seconds(Arrivals::Clock::duration duration) {

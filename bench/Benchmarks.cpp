@@ -27,10 +27,10 @@ std::string text(const Figure& figure, double value) {
     return format("%.0f %s", value, figure.unit.c_str());
 }
 
-double median(std::vector<double> values) {
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
+double lowerQuartile(std::vector<double> values) {
+    const auto quarter = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 4);
+    std::nth_element(values.begin(), quarter, values.end());
+    return *quarter;
 }
 
 }  // namespace
@@ -64,7 +64,7 @@ double Table::value(const Figure& figure) const {
             values.push_back(all * 1e9 / static_cast<double>(run.iterations));
         }
     }
-    return median(std::move(values));
+    return lowerQuartile(std::move(values));
 }
 
 bool Table::print() const {

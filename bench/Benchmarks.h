@@ -3,7 +3,8 @@
 // Usage. A file of benchmarks has one function, declared below, which adds rows to the table and
 // registers what they compare with benchmark::RegisterBenchmark. main runs them all and prints the
 // table. All benchmarks are run several times, their repetitions in a random order, so that what
-// else the machine does meets both sides of a comparison; a figure is the median.
+// else the machine does meets both sides of a comparison. A figure is their lower quartile: on a
+// virtual machine a neighbour can make a whole stretch of a run slower by half.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -53,7 +54,7 @@ class Table : public benchmark::BenchmarkReporter {
         Aim aim;
     };
 
-    // The median; negative when it was not measured.
+    // The lower quartile; negative when it was not measured.
     double value(const Figure& figure) const;
 
     std::vector<Row> mRows;

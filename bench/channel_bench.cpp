@@ -251,6 +251,7 @@ void callAndTell(State& state) {
 
 // One result for a thread that sleeps.
 void measureResult(State& state, DNSServiceRef ref, Arrivals& arrivals) {
+    const Apart apart(arrivals.thread());
     const FakeDnsSd::Result result = someResult();
     while (state.KeepRunning()) {
         arrivals.waitAsleep();
@@ -263,6 +264,7 @@ void measureResult(State& state, DNSServiceRef ref, Arrivals& arrivals) {
 
 // Results that are all there before the first of them is taken.
 void measureBurst(State& state, DNSServiceRef ref, Arrivals& arrivals) {
+    const Apart apart(arrivals.thread());
     const FakeDnsSd::Result result = someResult();
     while (state.KeepRunning()) {
         arrivals.hold();

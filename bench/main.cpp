@@ -14,8 +14,8 @@
 int main(int argc, char** argv) {
     // Before the given ones, which come to bear where they differ.
     char interleaving[] = "--benchmark_enable_random_interleaving=true";
-    char repetitions[] = "--benchmark_repetitions=9";
-    char minTime[] = "--benchmark_min_time=0.05";
+    char repetitions[] = "--benchmark_repetitions=25";
+    char minTime[] = "--benchmark_min_time=0.02";
     std::vector<char*> arguments{argv[0], interleaving, repetitions, minTime};
     arguments.insert(arguments.end(), argv + 1, argv + argc);
     int count = static_cast<int>(arguments.size());

@@ -60,7 +60,6 @@ constexpr CallFault kCallFaults[] = {
     {SystemCall::ReservedNew, ENOMEM, "new"},
     {SystemCall::Malloc, ENOMEM, "malloc"},
     {SystemCall::Realloc, ENOMEM, "realloc"},
-    {SystemCall::PrintToMemory, ENOMEM, "vasprintf"},
     {SystemCall::Shell, EAGAIN, "system"},
 };
 

@@ -7,7 +7,6 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <cstdarg>
 #include <cstddef>
 #include <new>
 
@@ -83,7 +82,5 @@ FAILING(ReservedNew, void*, nullptr, _ZnwmRKSt9nothrow_t,
 FAILING(Malloc, void*, nullptr, malloc, (size_t size), (size))
 FAILING(Calloc, void*, nullptr, calloc, (size_t count, size_t size), (count, size))
 FAILING(Realloc, void*, nullptr, realloc, (void* memory, size_t size), (memory, size))
-FAILING(PrintToMemory, int, -1, vasprintf, (char** text, const char* pattern, va_list arguments),
-        (text, pattern, arguments))
 FAILING(Shell, int, -1, system, (const char* command), (command))
 // NOLINTEND(bugprone-reserved-identifier)

@@ -21,10 +21,9 @@ enum class SystemCall {
     Malloc,
     Calloc,
     Realloc,
-    PrintToMemory,  // vasprintf
-    Shell,          // system
+    Shell,  // system
 };
-constexpr int kSystemCallCount = 17;
+constexpr int kSystemCallCount = 16;
 
 // How many of these calls have been made to fail since the start of the process.
 int failedCalls(SystemCall call);

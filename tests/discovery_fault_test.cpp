@@ -170,7 +170,7 @@ TEST_F(DiscoveryFaultTest, Presets) {
              {"V/WFDmDns: sendBroadcast 606 122110 \"display\" 0"},
              named},
             {"no memory for its line",
-             system(SystemCall::PrintToMemory, ENOMEM),
+             system(SystemCall::Malloc, ENOMEM, 2),
              preset,
              named,
              {"V/WFDmDns: sendBroadcast 606  0"},

@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 
 #include "MDnsSdChannel.h"
@@ -20,14 +21,24 @@ using Text = std::unique_ptr<char, FreeText>;
 
 Text quoted(const char* text) { return Text(MDnsResultListener::quoteArg(text)); }
 
-// Null when there is no memory for it.
+// Null when there is no memory for it. vasprintf would take twice as long for most lines.
 __attribute__((__format__(printf, 1, 2))) Text line(const char* pattern, ...) {
-    char* text = nullptr;
+    char first[256];
     va_list arguments;
     va_start(arguments, pattern);
-    const int length = vasprintf(&text, pattern, arguments);
+    const int length = vsnprintf(first, sizeof first, pattern, arguments);
     va_end(arguments);
-    return Text(length < 0 ? nullptr : text);
+    if (length < 0) return nullptr;
+    const size_t size = static_cast<size_t>(length) + 1;
+    Text text(static_cast<char*>(malloc(size)));
+    if (text != nullptr && size <= sizeof first) {
+        memcpy(text.get(), first, size);
+    } else if (text != nullptr) {
+        va_start(arguments, pattern);
+        vsnprintf(text.get(), size, pattern, arguments);
+        va_end(arguments);
+    }
+    return text;
 }
 
 // Valid through the result, also when the listener stops the request from inside it.
