@@ -43,8 +43,7 @@ class DiscoveryFaultTest : public FaultTest {
         char* response = nullptr;
         const int result = sta_preset_testparameters(
             "mdns_disc,enable,mdns_role,responder,wfddevtype,p-sink", &response);
-        const std::string text =
-            format("%d '%s'", result, response == nullptr ? "(null)" : response);
+        std::string text = format("%d '%s'", result, response == nullptr ? "(null)" : response);
         free(response);
         return text;
     }
