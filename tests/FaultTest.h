@@ -49,9 +49,15 @@ class FaultTest : public DiscoveryTest {
             return std::make_shared<hostplatform::ScopedFault>(fault, status);
         };
     }
+    // The library must come by: a command that does not make the call shows nothing.
     static auto system(SystemCall call, int error, int count = 1) {
         return [=]() -> std::shared_ptr<void> {
-            return std::make_shared<ScopedSystemFault>(call, error, count);
+            const int before = failedCalls(call);
+            const auto end = [=](const ScopedSystemFault* fault) {
+                delete fault;
+                EXPECT_GT(failedCalls(call), before) << "nothing has failed";
+            };
+            return {new ScopedSystemFault(call, error, count), end};
         };
     }
     // The next call on this thread that starts a DNS-SD request.

@@ -184,7 +184,11 @@ TEST_F(SessionFaultTest, Surfaces) {
     const std::string begun = "E/: Retrieving surface \n";
     const std::string connected = "E/: Retrieving surfaceComposerClient \n";
     const std::string noLayer = "E/: Retrieving surface Control failed\n";
-    const auto surface = [] { return getSurface() == nullptr ? "none" : "surface"; };
+    const auto surface = [] {
+        if (getSurface() == nullptr) return std::string("none");
+        const auto layer = hostplatform::Compositor::instance().layers().at(0);
+        return format("%u x %u", layer.width, layer.height);
+    };
     check(
         {
             {"no compositor",
@@ -192,34 +196,44 @@ TEST_F(SessionFaultTest, Surfaces) {
              surface,
              "none",
              {begun},
-             "surface"},
+             "1080 x 1920"},
             {"no display",
              device(Fault::NoInternalDisplay),
              surface,
              "none",
              {begun, connected, "E/: Failed to find any physcial display!\n"},
-             "surface"},
+             "1080 x 1920"},
             // The size is guessed then.
-            {"no state", device(Fault::DisplayStateQuery), surface, "surface", {begun}, "surface"},
-            {"no size", device(Fault::DisplayConfigQuery), surface, "surface", {begun}, "surface"},
+            {"no state",
+             device(Fault::DisplayStateQuery),
+             surface,
+             "800 x 640",
+             {begun},
+             "1080 x 1920"},
+            {"no size",
+             device(Fault::DisplayConfigQuery),
+             surface,
+             "800 x 640",
+             {begun},
+             "1080 x 1920"},
             {"no layer",
              device(Fault::LayerCreation),
              surface,
              "none",
              {begun, connected, noLayer},
-             "surface"},
+             "1080 x 1920"},
             {"a layer in vain",
              device(Fault::LayerHandle),
              surface,
              "none",
              {begun, connected, noLayer},
-             "surface"},
+             "1080 x 1920"},
             {"a layer without a surface",
              device(Fault::LayerSurface),
              surface,
              "none",
              {begun, connected},
-             "surface"},
+             "1080 x 1920"},
         },
         [] {
             deleteSurface();
