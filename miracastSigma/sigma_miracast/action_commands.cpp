@@ -3,22 +3,21 @@
 #include <cstring>
 #include <initializer_list>
 
+#include "Parameter.h"
+#include "c_text.h"
+#include "device_role.h"
 #include "miracast_sigma.h"
 #include "osal/osal.h"
-#include "parameter.h"
 #include "shell_command.h"
 #include "sigma_log.h"
 #include "uibc.h"
 
 namespace {
 
-constexpr int kDone = 1;
-constexpr int kBadParameter = -2;
-
 constexpr const char* kKeyBack = "input keyevent 4";
 
-// The clip that shows an H.264 profile; null for an unknown one. Constant texts: they outlive the
-// playback thread. Not const, as a thread's argument is not.
+// Returns the clip of an H.264 profile; null for an unknown one. Not const: pthread_create takes
+// void*.
 char* clipFor(const Parameter<64>& codecProfile) {
     static char baseline[] = "/sdcard/DS_BP_720.mp4";
     static char high[] = "/sdcard/DS_HP_720.mp4";
@@ -28,30 +27,30 @@ char* clipFor(const Parameter<64>& codecProfile) {
 }
 
 int startDirectStreaming(const Parameter<64>& codecProfile) {
-    // Before the profile is looked at: a refused one still leaves the session switched.
+    // Switch before checking the profile: a refused profile leaves direct streaming enabled, too.
     enableDirectStreaming();
     osal_sleep_ms(1000);
     if (codecProfile.empty()) {
         printf("invalid codec profile \n");
-        return kBadParameter;
+        return MIRACAST_BAD_PARAMETER;
     }
     char* const clip = clipFor(codecProfile);
-    if (clip == nullptr) return kBadParameter;
+    if (clip == nullptr) return MIRACAST_BAD_PARAMETER;
     printf("start AVC Baseline playback \n");
     runShellCommand(kKeyBack);
     miracast_playback_thread_create(clip);
     printf("playback started \n");
-    return kDone;
+    return MIRACAST_ACTION_DONE;
 }
 
 int requestIdr() {
-    if (wfd_device_type != 0) {
+    if (isSource()) {
+        printf("sendIdrRequest: Unsupported Type for Generate Event For Source \n");
+    } else {
         sendIDRRequest();
         printf("sendIdrRequest called \n");
-    } else {
-        printf("sendIdrRequest: Unsupported Type for Generate Event For Source \n");
     }
-    return 0;
+    return MIRACAST_COMPLETED;
 }
 
 bool isOneOf(const char* text, std::initializer_list<const char*> candidates) {
@@ -63,7 +62,7 @@ bool isOneOf(const char* text, std::initializer_list<const char*> candidates) {
 
 }  // namespace
 
-void* miracast_playback_thread_entry(void* path) {
+void* miracast_playback_thread_entry(void* path) noexcept {
     runShellCommand("am force-stop org.lindenvale.gallery");
     osal_sleep_ms(2000);
     char command[256];
@@ -74,39 +73,39 @@ void* miracast_playback_thread_entry(void* path) {
     return nullptr;
 }
 
-int miracast_playback_thread_create(void* path) {
+int miracast_playback_thread_create(void* path) noexcept {
     pthread_t thread{};
     const int error = pthread_create(&thread, nullptr, miracast_playback_thread_entry, path);
-    // The handle of a thread that was not created is nothing that somebody should join.
+    // Do not publish the handle of a thread that was not created.
     if (error == 0) rtsp_playback_thread = thread;
     return error;
 }
 
-int dev_exec_action(const char* command) {
+int dev_exec_action(const char* command) noexcept {
     SIGMA_LOG("vestor: Received Dev exec Action %s", printable(command));
     const Parameter<64> action(command, "DirectStreaming");
     printf("miracast_dev_exec_action \n");
-    if (action.empty()) return kBadParameter;
+    if (action.empty()) return MIRACAST_BAD_PARAMETER;
     const Parameter<64> codecProfile(command, "CodecProfile");
     if (action.is("Start")) return startDirectStreaming(codecProfile);
     if (action.is("Stop")) {
         printf("Stop direct streaming \n");
         runShellCommand(kKeyBack);
-        return kDone;
+        return MIRACAST_ACTION_DONE;
     }
-    return kBadParameter;
+    return MIRACAST_BAD_PARAMETER;
 }
 
-int sta_generate_event(const char* command) {
+int sta_generate_event(const char* command) noexcept {
     const Parameter<32> type(command, "Type");
     const Parameter<32> event(command, "UIBCEventType");
     printf("UIBCEventType is: %s\n", event.text());
     if (!event.found()) {
         if (strcmp(type.text(), "IdrReq") == 0) return requestIdr();
         printf("Unknown EventType!!!\n");
-        return 2;
+        return MIRACAST_NOTHING_DONE;
     }
-    if (wfd_device_type == 0) setUpUibc();
+    if (isSource()) setUpUibc();
     if (isOneOf(event.text(), {"Mouse", "MOUSE"})) {
         printf("Calling MOUSE SendUIBCEvent val=1\n");
         cmd_generate_UIBCEvent(kUibcMouse);
@@ -114,5 +113,5 @@ int sta_generate_event(const char* command) {
         printf("Calling KEYBOARD SendUIBCEvent val=0\n");
         cmd_generate_UIBCEvent(type.is("UIBC_HID") ? kUibcHidKeyboard : kUibcKeyboard);
     }
-    return 0;
+    return MIRACAST_COMPLETED;
 }

@@ -1,18 +1,14 @@
 // dev_send_frame: RTSP requests of the running session.
 #include <cstdio>
 
+#include "Parameter.h"
+#include "c_text.h"
 #include "miracast_sigma.h"
-#include "parameter.h"
 #include "sigma_log.h"
 
 namespace {
 
 using Text = Parameter<32>;
-
-constexpr int kNotRtsp = 0;
-constexpr int kRequested = 1;
-constexpr int kNothingToDo = 2;
-constexpr int kNoSession = -1;
 
 constexpr int kUdp = 0;
 constexpr int kTcp = 1;
@@ -20,17 +16,17 @@ constexpr int kTcp = 1;
 int sendSetParameter(const char* command, int sessionId) {
     Text action(command, "SetParameter");
     const Text transport(command, "TransportType");
-    if (action.empty() && transport.empty()) return kNothingToDo;
+    if (action.empty() && transport.empty()) return MIRACAST_NOTHING_DONE;
     if (action.is("Standby")) {
         standbyRtsp(sessionId);
-        return kRequested;
+        return MIRACAST_ACTION_DONE;
     }
     if (action.is("CapReNego")) {
         action.read(command, "CapReNegotiateCodecProfile");
         if (action.empty()) action.read(command, "CapReNegotiateProfile");
         if (setParameter(sessionId, 0, action.text()) != 0) {
             printf("Failed set param \n");
-            return kNothingToDo;
+            return MIRACAST_NOTHING_DONE;
         }
     }
     if (transport.is("tcp")) {
@@ -40,29 +36,29 @@ int sendSetParameter(const char* command, int sessionId) {
         transportswitch(sessionId, kUdp);
         printf("requested udp switch\n");
     }
-    return kRequested;
+    return MIRACAST_ACTION_DONE;
 }
 
 }  // namespace
 
-int dev_send_frame(const char* command) {
+int dev_send_frame(const char* command) noexcept {
     SIGMA_LOG("vestor: Received Dev Send Frame %s", printable(command));
     const Text frameName(command, "framename");
-    // The session meant is always the current one; these are looked up for the log's sake.
+    // Except the type, the parameters from source to sessionText are read for the log only: the
+    // command always acts on the current session.
     const Text source(command, "source");
     const Text destination(command, "destination");
     const Text deviceType(command, "DevType");
     const Text type(command, "RtspMsgType");
     const Text sessionText(command, "WfdSessionID");
-    if (!frameName.is("RTSP")) return kNotRtsp;
+    if (!frameName.is("RTSP")) return MIRACAST_COMPLETED;
 
-    // Read once: all that follows is for this session, whatever the session client reports
-    // meanwhile.
+    // Read the identifier once, so that the whole command acts on one session.
     const int sessionId = g_wfd_session_id;
     if (sessionId == 0) {
         printf("Obtained Session ID: %d \n", sessionId);
         printf("No session in Progress\n");
-        return kNoSession;
+        return MIRACAST_ERROR;
     }
     printf("WFD ID = %d Command Name = %s\n", sessionId, type.text());
 
@@ -77,7 +73,7 @@ int dev_send_frame(const char* command) {
     } else if (type.is("SETUP")) {
         transportswitch(sessionId, kTcp);
     } else {
-        return kNothingToDo;
+        return MIRACAST_NOTHING_DONE;
     }
-    return kRequested;
+    return MIRACAST_ACTION_DONE;
 }

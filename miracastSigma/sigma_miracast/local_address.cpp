@@ -11,7 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "bounded_copy.h"
+#include "c_text.h"
 #include "sigma_log.h"
 
 namespace {
@@ -58,7 +58,7 @@ int getSigmaLocalIpAddress(char* pLocalIpAddr, int size, const char* interfaceNa
     sockaddr_in address{};
     memcpy(&address, &request.ifr_addr, sizeof address);
     SIGMA_LOG("getSigmaLocalIpAddress :addr[%x] \n", address.sin_addr.s_addr);
-    unsigned char bytes[4];  // network byte order: the first byte first
+    unsigned char bytes[4];  // in network byte order
     memcpy(bytes, &address.sin_addr.s_addr, sizeof bytes);
     snprintf(pLocalIpAddr, kAddressTextSize, "%d.%d.%d.%d", bytes[0], bytes[1], bytes[2], bytes[3]);
     SIGMA_LOG("getSigmaLocalIpAddress :local IP Address %s \n", pLocalIpAddr);

@@ -1,7 +1,7 @@
-// This device's address on a network interface.
 #pragma once
 
-// Writes the IPv4 address of `interfaceName` (at most 15 characters count) as dotted decimal text
-// into `pLocalIpAddr`, a buffer of `size` bytes, at least 20. Returns 0; -1, logged, for a null
-// buffer, a smaller size, no socket or no address. On the caller's thread.
+// Writes this device's IPv4 address on `interfaceName` (cut to 15 characters) into `pLocalIpAddr`
+// as dotted decimal text. The buffer has `size` bytes, at least 20. Runs on the caller's thread.
+// Returns 0. Logs and returns -1 for a null or smaller buffer, without a socket, or without an
+// address.
 int getSigmaLocalIpAddress(char* pLocalIpAddr, int size, const char* interfaceName);

@@ -1,16 +1,17 @@
 // sta_preset_testparameters.
 #include <cstring>
-#include <string>
+#include <initializer_list>
 
+#include "Parameter.h"
+#include "c_text.h"
 #include "discovery.h"
 #include "miracast_sigma.h"
 #include "osal/osal.h"
-#include "parameter.h"
 #include "sigma_log.h"
 
 namespace {
 
-// Nothing acts on these; looking them up leaves them in the log.
+// Looks up the parameters that no code uses, so that they appear in the log.
 void logUnusedParameters(const char* command) {
     for (const char* const name :
          {"ctt_sequence1", "ctt_sequence2", "ctt_sequence3", "ctt_sequence6"}) {
@@ -25,21 +26,22 @@ void logUnusedParameters(const char* command) {
 
 int answerInstanceName(char** response) {
     getInstanceName();
-    // A copy: a later result of the registration may change the name meanwhile.
-    const std::string name = registeredInstanceName();
-    *response = static_cast<char*>(
-        osal_calloc(1, name.size() + 1, "miracastSigma/sigma_miracast", __LINE__));
+    // Answer a copy: a later result of the registration may change instanceName.
+    char name[sizeof instanceName];
+    copyInstanceName(name);
+    const size_t size = strlen(name) + 1;
+    *response = static_cast<char*>(osal_calloc(1, size, "miracastSigma/sigma_miracast", __LINE__));
     if (*response == nullptr) {
         SIGMA_LOG("vestor: Calloc failed for respBuf");
-        return -1;
+        return MIRACAST_ERROR;
     }
-    memcpy(*response, name.c_str(), name.size() + 1);
-    return 0;
+    memcpy(*response, name, size);
+    return MIRACAST_COMPLETED;
 }
 
 }  // namespace
 
-int sta_preset_testparameters(const char* command, char** response) {
+int sta_preset_testparameters(const char* command, char** response) noexcept {
     SIGMA_LOG("vestor: sta_preset_testparameters %s", printable(command));
     const Parameter<32> discovery(command, "mdns_disc");
     const Parameter<32> role(command, "mdns_role");
@@ -49,9 +51,9 @@ int sta_preset_testparameters(const char* command, char** response) {
     resetmDNSParams();
     if (response == nullptr) {
         SIGMA_LOG("vestor: respBuf is NULL");
-        return -1;
+        return MIRACAST_ERROR;
     }
-    if (!discovery.is("enable")) return 0;
+    if (!discovery.is("enable")) return MIRACAST_COMPLETED;
 
     if (role.is("responder")) {
         if (deviceType.is("p-sink")) {
@@ -61,7 +63,7 @@ int sta_preset_testparameters(const char* command, char** response) {
         }
         return answerInstanceName(response);
     }
-    // A browser has nothing to prepare: start_wfd_connection browses.
+    // There is nothing to prepare for a browser: start_wfd_connection browses.
     if (role.is("browser")) {
         if (deviceType.is("p-sink")) {
             SIGMA_LOG("DO nothing for now for p-sink browser");
@@ -69,5 +71,5 @@ int sta_preset_testparameters(const char* command, char** response) {
             SIGMA_LOG("DO nothing for now for source browser");
         }
     }
-    return 0;
+    return MIRACAST_COMPLETED;
 }

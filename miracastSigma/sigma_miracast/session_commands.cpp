@@ -4,7 +4,8 @@
 #include <cstring>
 
 #include "binder/ProcessState.h"
-#include "bounded_copy.h"
+#include "c_text.h"
+#include "device_role.h"
 #include "discovery.h"
 #include "local_address.h"
 #include "miracast_sigma.h"
@@ -16,10 +17,9 @@ namespace {
 
 constexpr const char* kSourceFile = "miracastSigma/sigma_miracast";
 
-constexpr int kDiscoverPort = -100;  // asks for the peer to be discovered
 constexpr size_t kAddressSize = 32;
 
-// Makes the response text. Null, logged, without a response address or without memory.
+// Makes the response text. Logs and returns null without a response address or without memory.
 char* allocateSessionIdText(char** response) {
     if (response == nullptr) {
         SIGMA_LOG("vestor: session_id is NULL");
@@ -30,37 +30,37 @@ char* allocateSessionIdText(char** response) {
     return *response;
 }
 
-// The command's result; a failed start takes its response text back.
+// Returns the command's result; frees the response text of a failed start.
 int finishStart(int result, char** response) {
-    if (result == -1) {
+    if (result == MIRACAST_ERROR) {
         free(*response);
         *response = nullptr;
     }
     return result;
 }
 
-// Finds the peer on the infrastructure network: fills this device's address in, and, when there is
-// a peer, the peer's address and port. A source asks its sink to connect.
+// Finds the peer on the infrastructure network. Stores this device's address and, if a peer is
+// found, the peer's address and port. A source asks the sink that it found to connect.
 void discoverPeer(char (&peerAddress)[kAddressSize], int* port,
                   char (&localAddress)[kAddressSize]) {
     getSigmaLocalIpAddress(localAddress, kAddressSize, "wlan0");
     printf("discovering mdns peer \n");
     discovermDNSPeer(wfd_device_type);
     const bool found = waitforDiscovery() == 0;
-    const bool isSource = wfd_device_type == 0;
+    const bool source = isSource();
     if (found) {
         getmDNSPeerIPandPort(peerAddress, kAddressSize, port);
         printf("%s %d \n", peerAddress, *port);
-        if (isSource) triggerSinkConnection(localAddress, kRtspControlPort);
+        if (source) triggerSinkConnection(localAddress, kRtspControlPort);
     }
-    if (isSource) *port = kRtspControlPort;
+    if (source) *port = kRtspControlPort;
 }
 
 }  // namespace
 
-void createpool() { android::ProcessState::self()->startThreadPool(); }
+void createpool() noexcept { android::ProcessState::self()->startThreadPool(); }
 
-int sta_reset_default(const char* command) {
+int sta_reset_default(const char* command) noexcept {
     if (command != nullptr) {
         int version = 1;
         if (strcasestr(command, "DisplayR2") != nullptr) {
@@ -73,28 +73,28 @@ int sta_reset_default(const char* command) {
         teardownRtsp(sessionId, 0);
         g_wfd_session_id = 0;
     }
-    if (wfd_device_type == 1) deleteSurface();
+    if (wfd_device_type == MIRACAST_PRIMARY_SINK) deleteSurface();
     osal_sleep_ms(1000);
     createpool();
-    return 0;
+    return MIRACAST_COMPLETED;
 }
 
 int start_wfd_connection(const char* passThroughText, const char* peerAddress, int port,
-                         int peerDeviceType, char** response) {
+                         int peerDeviceType, char** response) noexcept {
     wfd_device_type = counterpartOf(peerDeviceType);
-    if (allocateSessionIdText(response) == nullptr) return -1;
+    if (allocateSessionIdText(response) == nullptr) return MIRACAST_ERROR;
     char peer[kAddressSize] = "";
     char local[kAddressSize] = "";
     copyText(peer, peerAddress);
-    if (port == kDiscoverPort) discoverPeer(peer, &port, local);
+    if (port == MIRACAST_DISCOVER_PEER) discoverPeer(peer, &port, local);
     return finishStart(startWfdConnection(passThroughText, peer, port, peerDeviceType, *response,
                                           local[0] == '\0' ? nullptr : local),
                        response);
 }
 
 int connect_go_start_wfd(const char* passThroughText, const char* peerAddress, int port,
-                         int peerDeviceType, char** response) {
-    if (allocateSessionIdText(response) == nullptr) return -1;
+                         int peerDeviceType, char** response) noexcept {
+    if (allocateSessionIdText(response) == nullptr) return MIRACAST_ERROR;
     return finishStart(
         startWfdConnection(passThroughText, peerAddress, port, peerDeviceType, *response, nullptr),
         response);

@@ -1,12 +1,13 @@
-// The test state that the commands, the session machinery and the agent share.
+// The test state shared by the commands, the session code and the agent.
 #include <cstddef>
 
 #include "MDnsWfdServiceInfo.h"
+#include "discovery.h"
 #include "miracast_sigma.h"
 
-int32_t session_management_control_port = 7236;
+int32_t session_management_control_port = kRtspControlPort;
 std::atomic<int32_t> wfd_version{1};
-std::atomic<int32_t> wfd_device_type{0};
+std::atomic<int32_t> wfd_device_type{MIRACAST_SOURCE};
 std::atomic<int32_t> g_wfd_session_id{0};
 char wfdSessionId[12];
 std::atomic<WiFiDisplayClient*> gWFDClient{nullptr};
@@ -22,7 +23,7 @@ void* dut;
 int32_t exitcode;
 char wfd_ifname[32];
 
-// The agent may see an atomic word as the plain one, and the record through its own declaration.
+// An agent may declare plain variables instead of the atomic ones, and a record type of its own.
 static_assert(sizeof(wfd_device_type) == 4 && alignof(std::atomic<int32_t>) == 4);
 static_assert(sizeof(gWFDClient) == sizeof(void*));
 static_assert(std::atomic<int32_t>::is_always_lock_free);

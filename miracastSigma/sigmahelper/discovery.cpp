@@ -2,14 +2,16 @@
 
 #include <atomic>
 #include <cstring>
-#include <mutex>
 
-#include "WfdDiscovery.h"
-#include "bounded_copy.h"
+#include "Undestroyed.h"
+#include "c_text.h"
+#include "device_role.h"
 #include "miracast_sigma.h"
 #include "osal/osal.h"
 #include "session_start.h"
 #include "sigma_log.h"
+#include "utils/Mutex.h"
+#include "wfd_discovery.h"
 
 namespace {
 
@@ -17,33 +19,32 @@ constexpr uint32_t kPollIntervalMs = 1000;
 constexpr int kNamePolls = 10;
 constexpr int kResolvePolls = 60;
 constexpr uint32_t kSinkDiscoveryMs = 20000;
-// Longer texts are IPv6 addresses.
-constexpr size_t kMaxIpv4Text = 15;
+constexpr size_t kMaxIpv4Text = 15;  // longer texts are IPv6 addresses
 
-// instanceName and actualvalues are plain memory. The monitor thread fills them and the command
-// thread polls and copies them, both with this lock, held for the copy alone.
-std::mutex resultLock;
+// Guards instanceName and actualvalues, which the monitor thread fills and the command thread
+// copies.
+Undestroyed<android::Mutex> resultLock;
 
 // Set by the monitor thread, cleared and polled by the command thread.
 std::atomic<bool> mdns_discover_done{false};
 std::atomic<bool> mdns_resolve_done{false};  // set once actualvalues is complete
 
 void setInstanceName(const char* name) {
-    const std::lock_guard lock(resultLock);
+    const android::Mutex::Autolock lock(*resultLock);
     copyText(instanceName, name);
 }
 
 MDnsWfdServiceInfo resolvedPeer() {
-    const std::lock_guard lock(resultLock);
+    const android::Mutex::Autolock lock(*resultLock);
     return actualvalues;
 }
 
-void onRegistered(const char* what, int result, const MDnsWfdServiceInfo* info) {
+void onRegistered(const char* service, int result, const MDnsWfdServiceInfo* info) {
     if (result != 0) {
-        SIGMA_LOG("Failed to register %s\n", what);
+        SIGMA_LOG("Failed to register %s\n", service);
         return;
     }
-    SIGMA_LOG("Succeeded to register %s: %s %s %s\n", what, info->serviceName, info->regType,
+    SIGMA_LOG("Succeeded to register %s: %s %s %s\n", service, info->serviceName, info->regType,
               info->domain);
     setInstanceName(info->serviceName);
 }
@@ -74,7 +75,7 @@ void resolveCallback(int result, const MDnsWfdServiceInfo* info) {
         return;
     }
     {
-        const std::lock_guard lock(resultLock);
+        const android::Mutex::Autolock lock(*resultLock);
         actualvalues = *info;
     }
     mdns_resolve_done.store(true, std::memory_order_release);
@@ -96,7 +97,7 @@ void discoverCallback(int result, const MDnsWfdServiceInfo* info) {
 
 bool peerResolved() { return mdns_resolve_done.load(std::memory_order_acquire); }
 
-// Whether a peer has been resolved within the time; what comes in the last second comes too late.
+// Polls until a peer has been resolved; false on timeout. Does not poll after the last sleep.
 bool waitResolved() {
     if (peerResolved()) return true;
     for (int poll = 1; poll < kResolvePolls; ++poll) {
@@ -109,18 +110,18 @@ bool waitResolved() {
 
 }  // namespace
 
-std::string registeredInstanceName() {
-    const std::lock_guard lock(resultLock);
-    return instanceName;
+void copyInstanceName(char (&name)[64]) {
+    const android::Mutex::Autolock lock(*resultLock);
+    copyText(name, instanceName);
 }
 
-void resetmDNSParams() {
+void resetmDNSParams() noexcept {
     setInstanceName("");
     mDnsClearInstances();
-    setInstanceName("");  // the old registration may have reported in between
+    setInstanceName("");  // again: the old registration may have set it in between
 }
 
-int registerSource() {
+int registerSource() noexcept {
     SIGMA_LOG("Start register source, wait 20 seconds\n");
     mDnsUnregisterWfd();
     mDnsRegisterWfdSource(nullptr, kRtspControlPort, registerSourceCallback);
@@ -128,7 +129,7 @@ int registerSource() {
     return 0;
 }
 
-int registerPrimarySink() {
+int registerPrimarySink() noexcept {
     SIGMA_LOG("Start register primary sink, wait 20 seconds\n");
     mDnsUnregisterWfd();
     setTriggerCallback(triggerCallback);
@@ -137,30 +138,34 @@ int registerPrimarySink() {
     return 0;
 }
 
-char* getInstanceName() {
-    for (int poll = 0; poll < kNamePolls && registeredInstanceName().empty(); ++poll) {
-        SIGMA_LOG("Received service name %s \n", "");
+char* getInstanceName() noexcept {
+    char name[sizeof instanceName];
+    for (int poll = 0; poll < kNamePolls; ++poll) {
+        copyInstanceName(name);
+        if (name[0] != '\0') break;
+        SIGMA_LOG("Received service name %s \n", name);
         osal_sleep_ms(kPollIntervalMs);
     }
     return instanceName;
 }
 
-int discovermDNSPeer(int deviceType) {
+int discovermDNSPeer(int deviceType) noexcept {
     mdns_discover_done = false;
     mdns_resolve_done = false;
     SIGMA_LOG("Start discovery of mdns peer\n");
-    mDnsDiscoverWfd(deviceType != 0 ? WFD_R2_SOURCE : WFD_R2_PRIMARY_SINK, discoverCallback);
+    mDnsDiscoverWfd(deviceType == MIRACAST_SOURCE ? WFD_R2_PRIMARY_SINK : WFD_R2_SOURCE,
+                    discoverCallback);
     SIGMA_LOG("End\n");
     return 0;
 }
 
-int waitforDiscovery() {
+int waitforDiscovery() noexcept {
     const int result = waitResolved() ? 0 : -1;
     mDnsStopWfdDiscovery();
     return result;
 }
 
-int getmDNSPeerIPandPort(char* address, int size, int* port) {
+int getmDNSPeerIPandPort(char* address, int size, int* port) noexcept {
     const MDnsWfdServiceInfo peer = resolvedPeer();
     if (address != nullptr && size > 0) {
         const size_t length = strnlen(peer.ipAddress, static_cast<size_t>(size) - 1);
@@ -171,14 +176,16 @@ int getmDNSPeerIPandPort(char* address, int size, int* port) {
     return 0;
 }
 
-int triggerSinkConnection(const char* localAddress, int localPort) {
+int triggerSinkConnection(const char* localAddress, int localPort) noexcept {
     SIGMA_LOG("trigger Sink Connect");
     const MDnsWfdServiceInfo peer = resolvedPeer();
-    triggerSinkConnect(&peer, localAddress, localPort);
+    if (triggerSinkConnect(&peer, localAddress, localPort) != 0) {
+        SIGMA_LOG("Failed to trigger the sink\n");
+    }
     return 0;
 }
 
-int discoverPrimarySink() {
+int discoverPrimarySink() noexcept {
     SIGMA_LOG("Start discovery primary sink, wait 20 seconds\n");
     mDnsDiscoverWfd(WFD_R2_PRIMARY_SINK, discoverCallback);
     osal_sleep_ms(kSinkDiscoveryMs);

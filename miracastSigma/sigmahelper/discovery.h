@@ -1,10 +1,9 @@
-// What the commands need of the discovery besides the steps that miracast_sigma.h declares.
+// The discovery steps of the test commands: they call the functions of wfd_discovery.h, which work
+// on the process's WFDmDns. miracast_sigma.h declares the exported steps, this header the rest.
 #pragma once
 
-#include <string>
-
-// A source's RTSP control port, which it registers and names to a sink.
+// The RTSP control port that a source registers and tells a sink.
 constexpr int kRtspControlPort = 7236;
 
-// The name in instanceName, as it is now. On any thread.
-std::string registeredInstanceName();
+// Copies the current instanceName. Any thread may call.
+void copyInstanceName(char (&name)[64]);

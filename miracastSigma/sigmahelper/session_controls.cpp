@@ -1,4 +1,4 @@
-// Runtime controls: requests of the test commands, passed on to the session client.
+// Runtime controls: pass requests of the test commands on to the session client.
 #include <cstdio>
 #include <cstring>
 
@@ -9,16 +9,17 @@
 namespace {
 
 constexpr int kNoClient = -1;
-constexpr int kDirectStreaming = 3;  // runtime command
+constexpr int kStartDirectStreaming = 3;  // a runtime command of the session client
 
-// The session client for one call; null, logged, when there is none.
+// Returns the session client; logs and returns null if there is none.
 WiFiDisplayClient* loggedClient() {
     WiFiDisplayClient* const client = gWFDClient;
     if (client == nullptr) SIGMA_LOG("WFD Client is NULL\n");
     return client;
 }
 
-// The session client's code of the first codec that the text names; -1 when it names none.
+// Returns the session client's code of the first codec in the list that the text names; -1 for
+// none.
 int codecOf(const char* text) {
     constexpr const char* kCodecs[] = {"H264", "H265", "LPCM", "AAC"};
     int code = 0;
@@ -29,8 +30,8 @@ int codecOf(const char* text) {
     return -1;
 }
 
-// The profile of a video codec: the digit after the first '-' behind "H26"; 0 for an audio codec.
-// False, logged, when there is none or it is above 5.
+// Reads the profile of a video codec: the character after the first '-' behind "H26", minus '0'. An
+// audio codec has profile 0. Logs and returns false if there is no profile or it is above 5.
 bool profileOf(const char* text, int codec, int* profile) {
     *profile = 0;
     const char* const video = strstr(text, "H26");
@@ -52,35 +53,35 @@ bool profileOf(const char* text, int codec, int* profile) {
 
 }  // namespace
 
-int teardownRtsp(int sessionId, int flag) {
+int teardownRtsp(int sessionId, int flag) noexcept {
     WiFiDisplayClient* const client = loggedClient();
     if (client == nullptr) return kNoClient;
     client->teardown_rtsp(sessionId, flag != 0);
     return 0;
 }
 
-int pauseRtsp(int sessionId) {
+int pauseRtsp(int sessionId) noexcept {
     WiFiDisplayClient* const client = loggedClient();
     if (client == nullptr) return kNoClient;
     client->pause_rtsp(sessionId, false);
     return 0;
 }
 
-int playRtsp(int sessionId) {
+int playRtsp(int sessionId) noexcept {
     WiFiDisplayClient* const client = loggedClient();
     if (client == nullptr) return kNoClient;
     client->play_rtsp(sessionId, false);
     return 0;
 }
 
-int standbyRtsp(int sessionId) {
+int standbyRtsp(int sessionId) noexcept {
     WiFiDisplayClient* const client = loggedClient();
     if (client == nullptr) return kNoClient;
     client->standby_rtsp(sessionId);
     return 0;
 }
 
-int setParameter(int /*sessionId*/, int /*reserved*/, const char* text) {
+int setParameter(int /*sessionId*/, int /*reserved*/, const char* text) noexcept {
     WiFiDisplayClient* const client = loggedClient();
     if (client == nullptr) return kNoClient;
     if (text == nullptr) text = "";
@@ -96,19 +97,19 @@ int setParameter(int /*sessionId*/, int /*reserved*/, const char* text) {
     return 0;
 }
 
-int transportswitch(int /*sessionId*/, int transport) {
+int transportswitch(int /*sessionId*/, int transport) noexcept {
     WiFiDisplayClient* const client = gWFDClient;
     if (client == nullptr) return kNoClient;
     client->negotiateRtpTransport(transport, 100, 0);
     return 0;
 }
 
-int enableDirectStreaming() {
+int enableDirectStreaming() noexcept {
     WiFiDisplayClient* const client = gWFDClient;
-    return client == nullptr ? 0 : client->executeRuntimeCommand(kDirectStreaming);
+    return client == nullptr ? 0 : client->executeRuntimeCommand(kStartDirectStreaming);
 }
 
-int sendIDRRequest() {
+int sendIDRRequest() noexcept {
     WiFiDisplayClient* const client = gWFDClient;
     if (client == nullptr) {
         SIGMA_LOG("sendIDRRequest : WFD Client is NULL\n");

@@ -3,12 +3,13 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <new>
 #include <string_view>
 
+#include "c_text.h"
+#include "device_role.h"
 #include "osal/osal.h"
 #include "session_id_text.h"
+#include "session_workers.h"
 #include "sigma_log.h"
 #include "sink_surface.h"
 #include "uibc.h"
@@ -17,10 +18,9 @@
 
 namespace {
 
-constexpr int kVirtualDisplayMade = 3;  // runtime command that follows the virtual display
 constexpr size_t kObjectSize = 256;
 
-// The texts of one report. A text that was not sent reads as empty.
+// The texts of one report. A text that the client did not send reads as empty.
 class Objects {
  public:
     Objects(int count, const char (*objects)[kObjectSize])
@@ -28,7 +28,7 @@ class Objects {
 
     int sent() const { return mCount; }
     std::string_view operator[](int index) const {
-        if (index >= mCount) return "";  // never without an address, which text functions ask for
+        if (index >= mCount) return "";  // not {}: memcpy needs a pointer that is not null
         return {mObjects[index], strnlen(mObjects[index], kObjectSize)};
     }
 
@@ -37,8 +37,8 @@ class Objects {
     const char (*const mObjects)[kObjectSize];
 };
 
-// Converts a text with one of strtol's family. False, logged, for an invalid or a too large number;
-// *value is what the conversion gave in any case.
+// Converts a text with strtol or a function like it; *value gets the result in any case. Logs and
+// returns false for an invalid or too large number.
 template <typename Number>
 bool parseDecimal(std::string_view text, Number (*convert)(const char*, char**, int),
                   Number* value) {
@@ -48,39 +48,11 @@ bool parseDecimal(std::string_view text, Number (*convert)(const char*, char**, 
     char* end = nullptr;
     errno = 0;
     *value = convert(terminated, &end, 10);
-    if (end == terminated) errno = EINVAL;  // the device's C library says so itself, others do not
+    if (end == terminated) errno = EINVAL;  // not every C library sets it
     if (errno != EINVAL && errno != ERANGE) return true;
     SIGMA_LOG("Conversion failed with error %d", errno);
     return false;
 }
-
-template <typename Argument, void* (*Body)(void*)>
-void* ownArgument(void* argument) {
-    const std::unique_ptr<Argument> owned(static_cast<Argument*>(argument));
-    return Body(owned.get());
-}
-
-// Runs Body on a detached thread with a copy of `argument` of its own.
-template <void* (*Body)(void*), typename Argument>
-void startWorker(Argument argument) {
-    std::unique_ptr<Argument> copy(new (std::nothrow) Argument(argument));
-    int error = ENOMEM;
-    if (copy != nullptr) {
-        pthread_attr_t attributes;
-        pthread_attr_init(&attributes);
-        pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-        pthread_t thread{};
-        error = pthread_create(&thread, &attributes, ownArgument<Argument, Body>, copy.get());
-        pthread_attr_destroy(&attributes);
-    }
-    if (error == 0) {
-        (void)copy.release();
-    } else {
-        SIGMA_LOG("pthread_create for broadcasting intent failed: %d \n", error);
-    }
-}
-
-bool isSource() { return wfd_device_type == 0; }
 
 void onUibcControlCompleted() {
     SIGMA_LOG("UIBCControlCompleted Callback received!\n");
@@ -89,7 +61,7 @@ void onUibcControlCompleted() {
     osal_sleep_ms(3000);
 }
 
-// False when a number does not convert, which ends the handling of the report.
+// Returns false if a number does not convert; the report is then not handled further.
 bool onStreamStarted(const Objects& objects) {
     SIGMA_LOG("MMStreamStarted received \n");
     long width = 0;
@@ -110,13 +82,11 @@ bool onStreamStarted(const Objects& objects) {
     // NOLINTNEXTLINE(performance-no-int-to-ptr)
     info.producer = reinterpret_cast<android::IGraphicBufferProducer*>(address);
     createVDS(&info);
-    if (WiFiDisplayClient* const client = gWFDClient) {
-        client->executeRuntimeCommand(kVirtualDisplayMade);
-    }
+    enableDirectStreaming();  // the same runtime command follows the virtual display
     return true;
 }
 
-// Reactions to the report's name. False when the report's handling ends here.
+// Reacts to the report's name. Returns false if the report must not be handled further.
 bool handleName(std::string_view name, int count, const Objects& objects) {
     if (name == "UIBCControlCompleted") onUibcControlCompleted();
     if (name == "MMEvent") {
@@ -134,7 +104,7 @@ bool handleName(std::string_view name, int count, const Objects& objects) {
     }
     if (name == "AudioEvent" && count >= 1 && objects[0] == "AudioProxyOpened") {
         SIGMA_LOG("AudioProxyOpened Received broadcasting intent \n");
-        if (isSource()) startWorker<broadcast_thread>(kRouteToProxy);
+        if (isSource()) startRoutingWorker(kRouteToProxy);
     }
     return true;
 }
@@ -148,7 +118,7 @@ void onPlay() {
 void onStreamEnds(bool teardown) {
     SIGMA_LOG("Broadcasting intent with 0\n");
     if (!isSource()) return;
-    startWorker<broadcast_thread>(kRouteBack);
+    startRoutingWorker(kRouteBack);
     if (teardown && uibc_setup_done == 1) {
         SIGMA_LOG("UIBC[Src]Teardown received. Initiate UIBC termination\n");
         terminate_uibc_worker();
@@ -157,12 +127,13 @@ void onStreamEnds(bool teardown) {
 }
 
 void onStopped() {
-    if (isSource()) startWorker<broadcast_thread>(kRouteBack);
+    const bool source = isSource();
+    if (source) startRoutingWorker(kRouteBack);
     SIGMA_LOG("Received Stopped \n");
-    // Taken and cleared in one step, so that an identifier set meanwhile is not lost between the
-    // two.
-    const int sessionId = g_wfd_session_id.exchange(0);
-    startWorker<cleanup_thread>(CleanupRequest{kStopSessionCode, sessionId});
+    // Hand over the current identifier and surface: the next session may have set its own, and
+    // another role, by the time the worker runs. Exchange the identifier in one step, so that an
+    // identifier stored in between is not lost.
+    startCleanupWorker(g_wfd_session_id.exchange(0), source ? 0 : sinkSurfaceNumber());
 }
 
 void onNegotiating() {
@@ -173,12 +144,12 @@ void onNegotiating() {
 void onEstablished(std::string_view identifier) {
     long value = 0;
     const bool converted = parseDecimal(identifier, strtol, &value);
-    // The text first: whoever sees the identifier finds it complete.
+    // Store the text first: a thread that sees the identifier then reads a complete text.
     if (converted) setSessionIdText(identifier);
     g_wfd_session_id = static_cast<int32_t>(value);
 }
 
-// Reactions to the report's texts, whatever its name.
+// Reacts to the report's texts, for any name.
 void handleObjects(const Objects& objects) {
     if (objects[1] == "PLAY") onPlay();
     const bool teardown = objects[1] == "TEARDOWN";
@@ -192,7 +163,7 @@ void handleObjects(const Objects& objects) {
 }  // namespace
 
 void miracastWfdStringArrayCallback(const char* name, int count, char (*objects)[256],
-                                    _jobject* const& /*javaObject*/) {
+                                    _jobject* const& /*javaObject*/) noexcept {
     const Objects texts(count, objects);
     SIGMA_LOG("\nReceived WFD event %s\n", printable(name));
     for (int i = 0; i < texts.sent(); ++i) {

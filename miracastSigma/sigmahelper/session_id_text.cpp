@@ -2,19 +2,20 @@
 
 #include <algorithm>
 #include <cstring>
-#include <mutex>
 
+#include "Undestroyed.h"
 #include "miracast_sigma.h"
+#include "utils/Mutex.h"
 
 namespace {
 
-// A session that starts and one that is still reporting can write at once.
-std::mutex sessionIdTextMutex;
+// Guards wfdSessionId against two writers: a starting session and one that still reports.
+Undestroyed<android::Mutex> sessionIdTextLock;
 
 }  // namespace
 
 void setSessionIdText(std::string_view text) {
-    const std::lock_guard lock(sessionIdTextMutex);
+    const android::Mutex::Autolock lock(*sessionIdTextLock);
     const size_t length = std::min(text.size(), sizeof wfdSessionId - 1);
     memcpy(wfdSessionId, text.data(), length);
     wfdSessionId[length] = '\0';

@@ -1,4 +1,4 @@
-// wfdSessionId, the session identifier as text: its only writers. Any thread may call.
+// Writes wfdSessionId, the text of the session identifier. Any thread may call.
 #pragma once
 
 #include <string_view>

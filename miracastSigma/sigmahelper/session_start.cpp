@@ -3,7 +3,8 @@
 #include <cstdio>
 #include <new>
 
-#include "bounded_copy.h"
+#include "c_text.h"
+#include "device_role.h"
 #include "miracast_sigma.h"
 #include "osal/osal.h"
 #include "session_events.h"
@@ -17,7 +18,7 @@ namespace {
 constexpr int kPolls = 60;
 constexpr uint32_t kPollIntervalMs = 1000;
 
-// The identifier that the event handler stores; 0 when it did not within the time.
+// Waits for the identifier that the event handler stores; returns 0 if none came in time.
 int waitForSessionId() {
     SIGMA_LOG("Waiting for session ID\n");
     int sessionId = g_wfd_session_id;
@@ -38,7 +39,7 @@ int startWfdConnectionImpl(const char* /*passThroughText*/, const char* peerAddr
     peer.rtspPort = port;
     peer.deviceType = peerDeviceType;
 
-    // An earlier client stays alive: its threads may still be reporting.
+    // Do not delete an earlier client: its threads may still be reporting.
     auto* const client =
         new (std::nothrow) WiFiDisplayClient(miracastWfdStringArrayCallback, injectEvent, nullptr);
     gWFDClient = client;
@@ -71,7 +72,7 @@ int startWfdConnectionImpl(const char* /*passThroughText*/, const char* peerAddr
 }
 
 int startWfdConnection(const char* passThroughText, const char* peerAddress, int port,
-                       int peerDeviceType, char* sessionIdOut, const char* localAddress) {
+                       int peerDeviceType, char* sessionIdOut, const char* localAddress) noexcept {
     return startWfdConnectionImpl(passThroughText, peerAddress, port, peerDeviceType, sessionIdOut,
                                   localAddress);
 }

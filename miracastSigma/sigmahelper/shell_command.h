@@ -1,5 +1,5 @@
 #pragma once
 
-// Runs one of the device's shell tools and waits for it. Its exit status tells nothing that a
-// command could report, so it is not looked at. On the caller's thread.
+// Runs one of the device's shell tools on the caller's thread and waits for it. Its exit status is
+// not examined: no command could report it.
 void runShellCommand(const char* command);

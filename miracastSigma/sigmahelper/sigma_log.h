@@ -3,7 +3,4 @@
 
 #include "android/log.h"
 
-// A text for "%s" that may be null.
-inline const char* printable(const char* text) { return text == nullptr ? "(null)" : text; }
-
 #define SIGMA_LOG(...) __android_log_print(ANDROID_LOG_ERROR, nullptr, __VA_ARGS__)

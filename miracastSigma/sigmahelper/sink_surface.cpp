@@ -1,11 +1,14 @@
 #include "sink_surface.h"
 
-#include <cstdint>
-#include <mutex>
+#include <atomic>
+#include <new>
 #include <utility>
 
+#include "Undestroyed.h"
 #include "gui/SurfaceComposerClient.h"
 #include "sigma_log.h"
+#include "thread_annotations.h"
+#include "utils/Mutex.h"
 #include "wfd/WiFiDisplayClient.h"
 
 using android::SurfaceComposerClient;
@@ -17,23 +20,27 @@ constexpr uint32_t kDefaultHeight = 480;
 constexpr uint32_t kHeightWithoutDisplayInfo = 640;
 constexpr int32_t kTopLayer = 0x7ffffffe;
 
-// Members go in the reverse order: first the surface, then its layer, then the connection.
+// The destructor releases in the reverse order: the surface, its layer, the connection.
 struct SinkSurfaceSet {
     android::sp<SurfaceComposerClient> client;
     android::sp<android::SurfaceControl> control;
     android::sp<android::Surface> surface;
 };
 
-std::mutex sinkSurfaceMutex;
-// Guarded by sinkSurfaceMutex. A plain pointer, so that the process's end does not take the surface
-// from under a client that still renders.
-SinkSurfaceSet* gSinkSurfaceSet = nullptr;
+Undestroyed<android::Mutex> sinkSurfaceLock;
+Undestroyed<SinkSurfaceSet> gSinkSurfaceSet SIGMA_GUARDED_BY(*sinkSurfaceLock);
+uint32_t setsMade SIGMA_GUARDED_BY(*sinkSurfaceLock) = 0;
+// Number of the current set, 0 for none. Written with the lock held, read without it.
+std::atomic<uint32_t> currentSet{0};
 
-void releaseSet() {
-    if (gSinkSurfaceSet == nullptr) return;
-    if (gSinkSurfaceSet->client != nullptr) gSinkSurfaceSet->client->dispose();
-    delete gSinkSurfaceSet;
-    gSinkSurfaceSet = nullptr;
+// Closes the set's connection. The set's destructor releases the objects.
+void dispose(const SinkSurfaceSet& set) {
+    if (set.client != nullptr) set.client->dispose();
+}
+
+SIGMA_REQUIRES(*sinkSurfaceLock) void releaseCurrentSet() {
+    currentSet = 0;
+    dispose(std::exchange(*gSinkSurfaceSet, {}));
 }
 
 struct LayerSize {
@@ -59,50 +66,66 @@ LayerSize layerSizeFor(const android::sp<android::IBinder>& display) {
     return size;
 }
 
-// A strong reference: another thread may release the set before the surface is passed on.
-android::sp<android::Surface> makeSinkSurface() {
-    SIGMA_LOG("Retrieving surface \n");
-    const std::lock_guard lock(sinkSurfaceMutex);
-    releaseSet();
-    gSinkSurfaceSet = new SinkSurfaceSet;
-    SinkSurfaceSet& set = *gSinkSurfaceSet;
-    set.client = new SurfaceComposerClient;
-    if (set.client->initCheck() != android::OK) return nullptr;
+// Fills the set; stops at the first failure.
+void fill(SinkSurfaceSet& set) {
+    set.client = new (std::nothrow) SurfaceComposerClient;
+    if (set.client == nullptr || set.client->initCheck() != android::OK) return;
     SIGMA_LOG("Retrieving surfaceComposerClient \n");
 
     const android::sp<android::IBinder> display = SurfaceComposerClient::getInternalDisplayToken();
     if (display == nullptr) {
         SIGMA_LOG("Failed to find any physcial display!\n");
-        return nullptr;
+        return;
     }
     const LayerSize size = layerSizeFor(display);
     set.control = set.client->createSurface(android::String8("Wfd Sink Surface"), size.width,
                                             size.height, android::PIXEL_FORMAT_RGBA_8888, 0);
     if (set.control == nullptr || !set.control->isValid()) {
         SIGMA_LOG("Retrieving surface Control failed\n");
-        return nullptr;
+        return;
     }
     SurfaceComposerClient::Transaction()
         .setLayer(set.control, kTopLayer)
         .show(set.control)
         .apply(false);
     set.surface = set.control->getSurface();
+}
+
+// Makes a set the current one and moves the set before it to *earlier. Returns a strong reference
+// to the new surface, because another thread may release the set before the surface is passed on.
+android::sp<android::Surface> makeSinkSurface(SinkSurfaceSet* earlier) {
+    SIGMA_LOG("Retrieving surface \n");
+    SinkSurfaceSet set;
+    const android::Mutex::Autolock lock(*sinkSurfaceLock);
+    fill(set);
+    *earlier = std::exchange(*gSinkSurfaceSet, set);
+    currentSet = ++setsMade;
     return set.surface;
 }
 
 }  // namespace
 
-android::Surface* getSurface() { return makeSinkSurface().get(); }
+android::Surface* getSurface() noexcept {
+    SinkSurfaceSet earlier;
+    android::Surface* const surface = makeSinkSurface(&earlier).get();
+    dispose(earlier);
+    return surface;
+}
 
 int giveSinkSurfaceTo(WiFiDisplayClient* client) {
-    const android::sp<android::Surface> surface = makeSinkSurface();
-    if (client == nullptr) return -1;
-    const int result = client->setSurface(surface.get());
-    SIGMA_LOG("setsurface returned %d", result);
+    SinkSurfaceSet earlier;
+    const android::sp<android::Surface> surface = makeSinkSurface(&earlier);
+    int result = -1;
+    if (client != nullptr) {
+        result = client->setSurface(surface.get());
+        SIGMA_LOG("setsurface returned %d", result);
+    }
+    // The client may have rendered into the earlier surface until now.
+    dispose(earlier);
     return result;
 }
 
-int setWFDSurface() {
+int setWFDSurface() noexcept {
     WiFiDisplayClient* const client = gWFDClient;
     if (client == nullptr) {
         SIGMA_LOG("WFD Client is NULL\n");
@@ -111,9 +134,16 @@ int setWFDSurface() {
     return giveSinkSurfaceTo(client);
 }
 
-void deleteSurface_impl() {
-    const std::lock_guard lock(sinkSurfaceMutex);
-    releaseSet();
+void deleteSurface_impl() noexcept {
+    const android::Mutex::Autolock lock(*sinkSurfaceLock);
+    releaseCurrentSet();
 }
 
-void deleteSurface() { deleteSurface_impl(); }
+void deleteSurface() noexcept { deleteSurface_impl(); }
+
+uint32_t sinkSurfaceNumber() { return currentSet; }
+
+void deleteSinkSurface(uint32_t number) {
+    const android::Mutex::Autolock lock(*sinkSurfaceLock);
+    if (number != 0 && number == currentSet) releaseCurrentSet();
+}

@@ -2,15 +2,18 @@
 // this device by a worker thread, one per second, through the shell tool "input".
 //
 // Threads. Any thread may call; injectEvent is called on the session client's threads, setUpUibc on
-// the command thread, and the worker is ended on the session client's thread. myList is touched
-// only with mLock held. The worker is started at most once in a process; nothing resets
-// uibc_setup_done or uibc_complete_flag.
+// the command thread. The session client's thread ends the worker. The worker is started at most
+// once in a process; nothing resets uibc_setup_done or uibc_complete_flag. Once exit() has called
+// the handler that setUpUibc registers, no event is queued or injected any more; exit() does not
+// wait for a shell tool.
 #pragma once
 
 #include <cstdint>
 #include <list>
 
+#include "Undestroyed.h"
 #include "miracast_sigma.h"
+#include "thread_annotations.h"
 #include "utils/Mutex.h"
 #include "wfd/WiFiDisplayClient.h"
 
@@ -20,7 +23,7 @@ struct uibcInfo {
     uint8_t params[176];
 };
 
-// What manipulateList is asked to do.
+// One operation of manipulateList.
 struct uibcItem {
     uint32_t op;    // 0: take and inject the oldest event, 1: append `info`; others: nothing
     uibcInfo info;  // for op 1
@@ -32,29 +35,31 @@ constexpr int kUibcMouse = 0;
 constexpr int kUibcKeyboard = 1;
 constexpr int kUibcHidKeyboard = 2;
 
-// The queue, oldest first, and its lock, which is held through an injection.
-// C linkage: a C++ library that tags its list's ABI would put the tag into the variable's name.
+// The queue, oldest first, and its lock, which is held during an injection. In memory they are a
+// std::list<uibcInfo> and an android::Mutex. C linkage keeps the ABI tag of a C++ library's list
+// out of the variables' names.
 extern "C" {
-extern MIRACAST_SIGMA_EXPORT std::list<uibcInfo> myList;
-extern MIRACAST_SIGMA_EXPORT android::Mutex mLock;
+extern MIRACAST_SIGMA_EXPORT Undestroyed<android::Mutex> mLock;
+extern MIRACAST_SIGMA_EXPORT Undestroyed<std::list<uibcInfo>> myList SIGMA_GUARDED_BY(*mLock);
 }
 
-// The session client's UIBC callback: queues `event`, of which a copy is made. The other arguments
-// are not used. False for a null event.
+// The session client's UIBC callback: queues a copy of `event`. The other arguments are not used.
+// Returns false for a null event, without memory, and once exit() has called that handler.
 MIRACAST_SIGMA_EXPORT bool injectEvent(WFD_uibc_event_t* event, const void* data,
-                                       _jobject* const& obj1, _jobject* const& obj2);
+                                       _jobject* const& obj1, _jobject* const& obj2) noexcept;
 
-// The one place where the queue is filled and consumed. Returns 0.
-MIRACAST_SIGMA_EXPORT int manipulateList(uibcItem item);
+// Appends an event to the queue, or takes the oldest one and injects it. Returns 0. Returns -1
+// without memory for the event (logged) and once exit() has called that handler.
+MIRACAST_SIGMA_EXPORT int manipulateList(uibcItem item) noexcept;
 
-// The Android key code (KeyEvent.KEYCODE_*) of a character code; 0 for one without a key.
-MIRACAST_SIGMA_EXPORT int keysym2keycode(unsigned int keysym);
+// Returns the Android key code (KeyEvent.KEYCODE_*) of a character code; 0 if it has none.
+MIRACAST_SIGMA_EXPORT int keysym2keycode(unsigned int keysym) noexcept;
 
 // Empties the queue.
-MIRACAST_SIGMA_EXPORT void flushUIBCList();
+MIRACAST_SIGMA_EXPORT void flushUIBCList() noexcept;
 
-// Tells the worker to end, after at most one more event; does not wait.
-MIRACAST_SIGMA_EXPORT void terminate_uibc_worker();
+// Tells the worker to end after at most one more event; does not wait for it.
+MIRACAST_SIGMA_EXPORT void terminate_uibc_worker() noexcept;
 
-// Waits for the worker to end. Does nothing when none was created or it has been waited for.
+// Waits for the worker to end. Returns at once if there is none or it has been joined.
 void joinUibcWorker();

@@ -3,50 +3,44 @@
 #include <algorithm>
 #include <cstdio>
 #include <limits>
-#include <mutex>
 #include <utility>
 
+#include "Undestroyed.h"
 #include "gui/SurfaceComposerClient.h"
 #include "sigma_log.h"
+#include "thread_annotations.h"
+#include "utils/Mutex.h"
 
 using android::SurfaceComposerClient;
 
 namespace {
 
-// Holds a strong reference that is not destroyed with the process.
-template <typename T>
-union Undestroyed {
-    Undestroyed() : reference() {}
-    ~Undestroyed() {}
-    android::sp<T> reference;
-};
+// Guards the display: one session can end while the next begins, each on an event thread of its
+// own.
+Undestroyed<android::Mutex> virtualDisplayLock;
+Undestroyed<android::sp<android::IBinder>> gVDSDisplay SIGMA_GUARDED_BY(*virtualDisplayLock);
+Undestroyed<android::sp<android::IGraphicBufferProducer>> gVDSProducer
+    SIGMA_GUARDED_BY(*virtualDisplayLock);
 
-// Two sessions' event threads can meet here when one session ends as the next begins, and both can
-// meet the end of the process. So the references are released then, under the lock, but never
-// destroyed: whoever comes later finds them empty and not gone.
-std::mutex virtualDisplayMutex;  // guards the two references
-Undestroyed<android::IBinder> displayHolder;
-Undestroyed<android::IGraphicBufferProducer> producerHolder;
-android::sp<android::IBinder>& gVDSDisplay = displayHolder.reference;
-android::sp<android::IGraphicBufferProducer>& gVDSProducer = producerHolder.reference;
-
-struct ReleaseAtUnload {
-    ~ReleaseAtUnload() {
-        const std::lock_guard lock(virtualDisplayMutex);
-        gVDSProducer.clear();
-        gVDSDisplay.clear();
+struct ReleaseAtExit {
+    ~ReleaseAtExit() {
+        // Do not wait for the lock: a compositor call may hang while it is held.
+        if (virtualDisplayLock->tryLock() != 0) return;
+        gVDSProducer->clear();
+        gVDSDisplay->clear();
+        virtualDisplayLock->unlock();
     }
-} releaseAtUnload;
+} releaseAtExit;
 
-void destroyVirtualDisplay() {
-    if (gVDSDisplay == nullptr) return;
-    gVDSProducer.clear();
-    SurfaceComposerClient::destroyDisplay(gVDSDisplay);
+SIGMA_REQUIRES(*virtualDisplayLock) void destroyVirtualDisplay() {
+    if (*gVDSDisplay == nullptr) return;
+    gVDSProducer->clear();
+    SurfaceComposerClient::destroyDisplay(*gVDSDisplay);
     SIGMA_LOG("Done with display destruction");
-    gVDSDisplay.clear();
+    gVDSDisplay->clear();
 }
 
-// Toward zero; beyond the range of the result its nearest end, as the device's processor does it.
+// Truncates toward zero and saturates, as the device's processor does.
 uint32_t truncated(float value) {
     if (!(value > 0.0F)) return 0;
     if (value >= 4294967296.0F) return std::numeric_limits<uint32_t>::max();
@@ -58,8 +52,8 @@ struct PictureSize {
     uint32_t height;
 };
 
-// The largest size of the source's aspect ratio inside the stream's picture. Single precision: a
-// wider type would round some sizes to another pixel.
+// The largest size with the source's aspect ratio that fits into the stream's picture. Compute in
+// single precision: a wider type rounds some sizes to another pixel.
 PictureSize fitted(const PictureSize& source, const mmSessionInfo& stream) {
     const auto aspect =
         static_cast<float>(static_cast<double>(source.width) / static_cast<double>(source.height));
@@ -72,17 +66,17 @@ PictureSize fitted(const PictureSize& source, const mmSessionInfo& stream) {
 
 }  // namespace
 
-int createVDS(void* info) {
+int createVDS(void* info) noexcept {
     auto* const stream = static_cast<mmSessionInfo*>(info);
     if (stream == nullptr || stream->producer == nullptr) {
         SIGMA_LOG("\n Invalid argument passed to createVDS!");
         return -1;
     }
     SIGMA_LOG("Source module provided surface\n");
-    const std::lock_guard lock(virtualDisplayMutex);
+    const android::Mutex::Autolock lock(*virtualDisplayLock);
     const android::sp<android::IGraphicBufferProducer> producer = stream->producer;
     destroyVirtualDisplay();
-    gVDSProducer = producer;
+    *gVDSProducer = producer;
 
     const android::sp<android::IBinder> display = SurfaceComposerClient::getInternalDisplayToken();
     if (display == nullptr) {
@@ -95,7 +89,8 @@ int createVDS(void* info) {
         SIGMA_LOG("Can't get display state %d\n", status);
         return status;
     }
-    const int result = configureVirtualDisplay(display, state, gVDSProducer, &gVDSDisplay, stream);
+    const int result =
+        configureVirtualDisplay(display, state, *gVDSProducer, &*gVDSDisplay, stream);
     if (result != 0) SIGMA_LOG("Can't configure VDS err = %d", result);
     return result;
 }
@@ -103,7 +98,8 @@ int createVDS(void* info) {
 int configureVirtualDisplay(const android::sp<android::IBinder>& display,
                             const android::ui::DisplayState& state,
                             const android::sp<android::IGraphicBufferProducer>& producer,
-                            android::sp<android::IBinder>* outDisplay, mmSessionInfo* info) {
+                            android::sp<android::IBinder>* outDisplay,
+                            mmSessionInfo* info) noexcept {
     android::DisplayConfig config;
     SurfaceComposerClient::getActiveDisplayConfig(display, &config);
     PictureSize source{static_cast<uint32_t>(config.resolution.getWidth()),
@@ -117,8 +113,8 @@ int configureVirtualDisplay(const android::sp<android::IBinder>& display,
         return -1;
     }
     constexpr uint32_t kLargest = std::numeric_limits<int32_t>::max();
-    const android::Rect shown(0, 0, static_cast<int32_t>(std::min(source.width, kLargest)),
-                              static_cast<int32_t>(std::min(source.height, kLargest)));
+    const android::Rect visible(0, 0, static_cast<int32_t>(std::min(source.width, kLargest)),
+                                static_cast<int32_t>(std::min(source.height, kLargest)));
     fprintf(stderr, "Source Width = %d , Height = %d .\n", static_cast<int>(source.width),
             static_cast<int>(source.height));
 
@@ -140,7 +136,7 @@ int configureVirtualDisplay(const android::sp<android::IBinder>& display,
     }
     SurfaceComposerClient::Transaction transaction;
     transaction.setDisplaySurface(token, producer);
-    transaction.setDisplayProjection(token, android::ui::Rotation::Rotation0, shown, place);
+    transaction.setDisplayProjection(token, android::ui::Rotation::Rotation0, visible, place);
     transaction.setDisplayLayerStack(token, 0);
     transaction.apply(false);
     *outDisplay = token;
@@ -148,7 +144,7 @@ int configureVirtualDisplay(const android::sp<android::IBinder>& display,
     return 0;
 }
 
-void releaseVDS() {
-    const std::lock_guard lock(virtualDisplayMutex);
+void releaseVDS() noexcept {
+    const android::Mutex::Autolock lock(*virtualDisplayLock);
     destroyVirtualDisplay();
 }

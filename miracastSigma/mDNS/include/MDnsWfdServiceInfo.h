@@ -4,7 +4,7 @@
 
 #include <stdint.h>
 
-/* Copied by value as a whole; every text is NUL-terminated. */
+/* A plain record; every text is NUL-terminated. */
 typedef struct MDnsWfdServiceInfo {
     int32_t reserved;     /* always 0 */
     char serviceName[64]; /* service instance name */

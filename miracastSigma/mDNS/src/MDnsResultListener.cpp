@@ -8,7 +8,7 @@
 
 MDnsResultListener::~MDnsResultListener() = default;
 
-char* MDnsResultListener::quoteArg(const char* text) {
+char* MDnsResultListener::quoteArg(const char* text) noexcept {
     const size_t length = strlen(text);
     auto* const quoted = static_cast<char*>(malloc(2 * length + 3));
     if (quoted == nullptr) {

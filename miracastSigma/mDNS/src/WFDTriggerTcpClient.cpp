@@ -19,9 +19,15 @@ bool connectTo(int socket, const sockaddr_in& target) {
     return connect(socket, reinterpret_cast<const sockaddr*>(&target), sizeof target) == 0;
 }
 
+void logFailure(long elapsed, int error) {
+    TRIGGER_LOGE("client connect failed after waiting for %ld ms (MAX = %ld ms)", elapsed,
+                 kMaxWaitMs);
+    TRIGGER_LOGE("client failed with errno=%d", error);
+}
+
 }  // namespace
 
-WFDTriggerTcpClient::WFDTriggerTcpClient(const std::string& address, int port) {
+WFDTriggerTcpClient::WFDTriggerTcpClient(const std::string& address, int port) noexcept {
     const bool open = openSocket();
     mSink.sin_port = htons(static_cast<uint16_t>(port));
     if (inet_pton(AF_INET, address.c_str(), &mSink.sin_addr) > 0) {
@@ -47,8 +53,12 @@ void WFDTriggerTcpClient::closeSocket() {
     mSocket = -1;
 }
 
-void WFDTriggerTcpClient::retrytcpconnect(int port) {
-    if (mConnected || mSink.sin_family != AF_INET) return;
+void WFDTriggerTcpClient::retrytcpconnect(int port) noexcept {
+    if (mConnected) return;
+    if (mSink.sin_family != AF_INET) {
+        logFailure(0, EAFNOSUPPORT);
+        return;
+    }
     mSink.sin_port = htons(static_cast<uint16_t>(port));
     const uint64_t start = osal_clock_ms();
     closeSocket();
@@ -61,9 +71,7 @@ void WFDTriggerTcpClient::retrytcpconnect(int port) {
             return;
         }
         if (elapsed > kMaxWaitMs) {
-            TRIGGER_LOGE("client connect failed after waiting for %ld ms (MAX = %ld ms)", elapsed,
-                         kMaxWaitMs);
-            TRIGGER_LOGE("client failed with errno=%d", error);
+            logFailure(elapsed, error);
             return;
         }
         osal_sleep_ms(kRetryIntervalMs);
@@ -71,12 +79,12 @@ void WFDTriggerTcpClient::retrytcpconnect(int port) {
     }
 }
 
-bool WFDTriggerTcpClient::trigger(const std::string& /*address*/, int port) {
+bool WFDTriggerTcpClient::trigger(const std::string& /*address*/, int port) noexcept {
     TRIGGER_LOGV("trigger %d", port);
     const auto number = static_cast<uint16_t>(port);
     const uint8_t command[kTriggerCommandSize] = {
         0, kRequestConnection, static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number)};
-    // As write(), but a connection that is not there must not end the process with SIGPIPE.
+    // send instead of write: MSG_NOSIGNAL keeps a closed connection from raising SIGPIPE.
     const ssize_t written = send(mSocket, command, sizeof command, MSG_NOSIGNAL);
     TRIGGER_LOGV("write %d %d %d %d", command[0], command[1], command[2], command[3]);
     return written == kTriggerCommandSize;

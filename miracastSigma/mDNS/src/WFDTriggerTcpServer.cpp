@@ -1,12 +1,14 @@
 #include "WFDTriggerTcpServer.h"
 
 #include <arpa/inet.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <system_error>
+#include <initializer_list>
 
+#include "WaitableThread.h"
 #include "trigger_protocol.h"
 
 namespace {
@@ -17,8 +19,8 @@ void closeOwned(std::atomic<int>& descriptor) {
 
 }  // namespace
 
-WFDTriggerTcpServer::WFDTriggerTcpServer() {
-    // The library starts shell tools, which must not inherit the port.
+WFDTriggerTcpServer::WFDTriggerTcpServer() noexcept {
+    // Close-on-exec: the shell tools that the library runs must not inherit the socket.
     const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);
     mSocket = listener;
 
@@ -45,29 +47,27 @@ WFDTriggerTcpServer::WFDTriggerTcpServer() {
         TRIGGER_LOGV("listen ok %d", result);
     }
 
-    try {
-        mThread = new std::thread(serverThreadStart, this);
-        mThread->detach();
-    } catch (...) {
+    int error = 0;
+    mThread = WaitableThread::start(
+        [](void* server) { serverThreadStart(static_cast<WFDTriggerTcpServer*>(server)); }, this,
+        &error);
+    if (mThread == nullptr) {
+        TRIGGER_LOGE("srv: thread error %d", error);
         closeOwned(mSocket);
-        throw;
     }
 }
 
 WFDTriggerTcpServer::~WFDTriggerTcpServer() {
     if (mThread == nullptr) return;
-    // The listener first: the thread looks at it once more after it has a connection, so that one
-    // of the two sees the other.
+    // Take the listener first: the accept thread rechecks mSocket after publishing mConnection, so
+    // one side always notices the other.
     const int listener = mSocket.exchange(-1);
     const int connection = mConnection.exchange(-1);
-    // Closing alone would not wake a thread that waits on them.
+    // shutdown wakes a thread that waits on a socket; close does not.
     for (const int descriptor : {listener, connection}) {
         if (descriptor >= 0) shutdown(descriptor, SHUT_RDWR);
     }
-    {
-        std::unique_lock lock(mEndLock);
-        mEndChanged.wait(lock, [this] { return mEnded; });
-    }
+    mThread->wait();
     for (const int descriptor : {listener, connection}) {
         if (descriptor >= 0) close(descriptor);
     }
@@ -75,14 +75,18 @@ WFDTriggerTcpServer::~WFDTriggerTcpServer() {
     mThread = nullptr;
 }
 
-void WFDTriggerTcpServer::setCallback(TriggerCallback callback) { mCallback = callback; }
+void WFDTriggerTcpServer::setCallback(TriggerCallback callback) noexcept { mCallback = callback; }
 
-int WFDTriggerTcpServer::getServerPort() { return mPort; }
+int WFDTriggerTcpServer::getServerPort() noexcept { return mPort; }
 
-void WFDTriggerTcpServer::serverThreadStart(WFDTriggerTcpServer* server) {
-    const int listener = server->mSocket;  // closed by nobody else while this thread runs
+void WFDTriggerTcpServer::serverThreadStart(WFDTriggerTcpServer* server) noexcept {
+    const int listener = server->mSocket;  // stays open while this thread runs
     bool commandRead = true;
     while (commandRead) {
+        // Wait in poll: accept would reserve a descriptor number for the whole wait. poll ignores
+        // an invalid descriptor, then accept reports it.
+        pollfd waiting{listener, POLLIN, 0};
+        if (listener >= 0) TEMP_FAILURE_RETRY(poll(&waiting, 1, -1));
         sockaddr_in peer{};
         socklen_t size = sizeof peer;
         const auto connection = static_cast<int>(TEMP_FAILURE_RETRY(
@@ -97,10 +101,6 @@ void WFDTriggerTcpServer::serverThreadStart(WFDTriggerTcpServer* server) {
         closeOwned(server->mConnection);
     }
     closeOwned(server->mSocket);
-
-    const std::lock_guard lock(server->mEndLock);
-    server->mEnded = true;
-    server->mEndChanged.notify_all();
 }
 
 bool WFDTriggerTcpServer::serve(int connection, sockaddr_in* peer) {
@@ -113,7 +113,7 @@ bool WFDTriggerTcpServer::serve(int connection, sockaddr_in* peer) {
     return true;
 }
 
-bool WFDTriggerTcpServer::readRequestConnectionCommand(int connection, char* command) {
+bool WFDTriggerTcpServer::readRequestConnectionCommand(int connection, char* command) noexcept {
     if (!readAll(connection, command, kTriggerCommandSize)) {
         TRIGGER_LOGE("Not enough content for request connection command");
         return false;
@@ -125,7 +125,7 @@ bool WFDTriggerTcpServer::readRequestConnectionCommand(int connection, char* com
     return true;
 }
 
-bool WFDTriggerTcpServer::readAll(int connection, char* buffer, int size) {
+bool WFDTriggerTcpServer::readAll(int connection, char* buffer, int size) noexcept {
     int done = 0;
     while (done < size) {
         const ssize_t result =
@@ -139,7 +139,8 @@ bool WFDTriggerTcpServer::readAll(int connection, char* buffer, int size) {
     return true;
 }
 
-void WFDTriggerTcpServer::handleRequestConnectionCommand(sockaddr_in* peer, char* command) {
+void WFDTriggerTcpServer::handleRequestConnectionCommand(sockaddr_in* peer,
+                                                         char* command) noexcept {
     char address[INET_ADDRSTRLEN] = {};
     inet_ntop(AF_INET, &peer->sin_addr, address, sizeof address);
     const int port =

@@ -1,101 +1,103 @@
-// This device in the discovery of Wi-Fi Display R2 peers: registers it, browses for peers, resolves
-// one, and runs the trigger. WfdDiscovery.h says what each operation does; those here have the same
-// results.
+// This device's end of the DNS-SD command channel: registers the device as a Wi-Fi Display R2 peer,
+// browses, resolves a peer and runs the trigger. wfd_discovery.h documents these operations and
+// their results and exports them for the one object of the process.
 //
 // It makes no DNS-SD call itself: it gives text commands to its channel and is the channel's
 // listener. Every command begins with a sequence number, which the channel ignores.
 //
-// Threads. Operations are called on the command thread, one at a time; resolve also from inside a
-// discovery callback. on...Result run on the channel's monitor thread, and call the callbacks.
-//
-//   mRegisterCallback, mDiscoverCallback: atomic; written by the command thread, read by the
-//   monitor thread.
-//   mResolveCallback, mResolvingInfo: mResolveLock; both threads read and write them.
-//   mCommandSeq, mLastResult, mAddressQueried: atomic. Both threads make commands, so that what is
-//   read from mLastResult after a command may be the answer to one of the other thread.
-//   Everything else: the command thread alone.
-//
-// No lock is held during a command or a callback, so a stop may wait for the result in progress.
+// Threads. Operations are called on the command thread, one at a time; resolve also inside a
+// discovery or address callback. The functions on...Result run on the channel's monitor thread and
+// call the callbacks. Both threads give commands: the result of a command is the answer that
+// sendMsg gets on the same thread, not mLastResult. The command thread alone uses the members that
+// are neither atomic nor annotated. No lock is held during a command or a callback, because a stop
+// may wait for a running result.
 //
 // Destruction, on the command thread, stops every request, and each stop waits until no result of
-// it runs. The browses go before the resolution, which their results may begin, and that before the
-// address query, which its result may begin. A failed resolution was stopped by its own result,
-// whose last touch of this object is the critical section in which it clears the callback.
+// the request runs: first the browses, whose results may start a resolution, then the resolution,
+// whose result may start an address query, then the address query. An address callback may start a
+// resolution, too: once mEnding is set, resolve refuses, and a resolve that had begun before stops
+// its request itself.
 #pragma once
 
 #include <atomic>
 #include <initializer_list>
-#include <memory>
-#include <mutex>
 #include <string>
 
 #include "MDnsResultListener.h"
 #include "MDnsSdChannel.h"
 #include "WFDTriggerTcpServer.h"
-#include "WfdDiscovery.h"
+#include "thread_annotations.h"
+#include "utils/Mutex.h"
+#include "wfd_discovery.h"
 
 struct WfdServiceConsts;
 
 class MIRACAST_SIGMA_EXPORT WFDmDns : public MDnsResultListener {
  public:
     // Starts the channel's monitor thread.
-    WFDmDns();
+    WFDmDns() noexcept;
     WFDmDns(const WFDmDns&) = delete;
     WFDmDns& operator=(const WFDmDns&) = delete;
-    // Leaves the trigger server running, with the callback that it has.
+    // The trigger server keeps running, with its callback.
     ~WFDmDns() override;
 
-    int sendMsg(int code, const char* message, bool flag) override;
-    int sendBroadcast(int code, const char* message, bool flag) override;
+    int sendMsg(int code, const char* message, bool flag) noexcept override;
+    int sendBroadcast(int code, const char* message, bool flag) noexcept override;
     void onDiscoverResult(int code, const char* serviceName, const char* regType,
-                          const char* domain) override;
+                          const char* domain) noexcept override;
     void onRegisterResult(int code, const char* serviceName, const char* regType,
-                          const char* domain) override;
+                          const char* domain) noexcept override;
     void onResolveResult(int code, const char* fullName, const char* hostTarget, int port,
-                         int txtLen, const unsigned char* txtRecord) override;
-    void onGetAddrResult(int code, const char* hostname, const char* address) override;
+                         int txtLen, const unsigned char* txtRecord) noexcept override;
+    void onGetAddrResult(int code, const char* hostname, const char* address) noexcept override;
 
-    // Gives the channel one command, whose reply is in mLastResult afterwards. The channel's
-    // result.
-    int runCommand(std::initializer_list<std::string> args);
+    // Gives the channel one command. Returns MDnsSdChannel::runCommand's result; -1 also without
+    // memory.
+    int runCommand(std::initializer_list<std::string> args) noexcept;
 
-    // The platform's mDNS daemon; 0 whatever came of it.
-    int startService();
-    int stopService();
+    // Start and stop the platform's mDNS daemon. Return 0 whether or not it worked.
+    int startService() noexcept;
+    int stopService() noexcept;
 
-    int registerSink(int deviceSinkType, MDnsRegisterCallback callback);
-    int registerSource(const std::string& name, int port, MDnsRegisterCallback callback);
-    int unregister();
+    int registerSink(int deviceSinkType, MDnsRegisterCallback callback) noexcept;
+    int registerSource(const std::string& name, int port, MDnsRegisterCallback callback) noexcept;
+    int unregister() noexcept;
 
-    int discover(int deviceTypes, MDnsDiscoverCallback callback);
-    int discoverAType(int type);
-    int stopDiscoverAType(int type);
-    int stopDiscovery();
+    int discover(int deviceTypes, MDnsDiscoverCallback callback) noexcept;
+    int discoverAType(int type) noexcept;
+    int stopDiscoverAType(int type) noexcept;
+    int stopDiscovery() noexcept;
 
-    int resolve(const MDnsWfdServiceInfo& info, MDnsRegisterCallback callback);
+    int resolve(const MDnsWfdServiceInfo& info, MDnsRegisterCallback callback) noexcept;
 
-    int setTriggerCallback(TriggerCallback callback);
+    int setTriggerCallback(TriggerCallback callback) noexcept;
     int triggerSinkConnect(const MDnsWfdServiceInfo& peer, const std::string& localAddress,
-                           int localPort);
+                           int localPort) noexcept;
 
  private:
-    std::string nextSequence();
+    // Gives the channel the command {next sequence number, words...}; returns the code of the
+    // answer.
+    template <typename... Words>
+    int command(Words... words);
+    int run(int argc, const char* const* argv);
     int registerService(const WfdServiceConsts& service, int port);
     bool makeTriggerServer();
 
-    int mMyDeviceType = 0;                                         // as what it was last registered
-    int mDiscoverTypes = 0;                                        // whose browses run
-    std::atomic<MDnsRegisterCallback> mRegisterCallback{nullptr};  // while a registration is active
+    int mMyDeviceType = 0;   // of the last registration; 0 before
+    int mDiscoverTypes = 0;  // device types that are browsed
+    std::atomic<MDnsRegisterCallback> mRegisterCallback{nullptr};  // null when not registered
     std::atomic<MDnsDiscoverCallback> mDiscoverCallback{nullptr};
-    MDnsRegisterCallback mResolveCallback = nullptr;
-    TriggerCallback mTriggerCallback = nullptr;
+    MDnsRegisterCallback mResolveCallback SIGMA_GUARDED_BY(mResolveLock) = nullptr;
     MDnsSdChannel mChannel{this};
-    // Shared with a callback that is being given it while another resolution replaces it.
-    std::shared_ptr<MDnsWfdServiceInfo> mResolvingInfo;
-    WFDTriggerTcpServer* mTriggerServer = nullptr;  // never destroyed
+    MDnsWfdServiceInfo* mResolvingInfo SIGMA_GUARDED_BY(mResolveLock) = nullptr;  // owned
+    WFDTriggerTcpServer* mTriggerServer = nullptr;  // lives until the process ends
     std::atomic<int> mLastResult{0};
     std::atomic<int> mCommandSeq{0};
 
-    std::mutex mResolveLock;
-    std::atomic<bool> mAddressQueried{false};
+    android::Mutex mResolveLock;
+    // The record that the monitor thread is reporting. It deletes the record after the report if
+    // another resolution has replaced it meanwhile.
+    MDnsWfdServiceInfo* mReported SIGMA_GUARDED_BY(mResolveLock) = nullptr;
+    bool mAddressQueried SIGMA_GUARDED_BY(mResolveLock) = false;
+    bool mEnding SIGMA_GUARDED_BY(mResolveLock) = false;  // the destructor has begun
 };

@@ -6,6 +6,3 @@
 #define MDNS_LOGD(...) __android_log_print(ANDROID_LOG_DEBUG, "MDnsDS", __VA_ARGS__)
 #define MDNS_LOGW(...) __android_log_print(ANDROID_LOG_WARN, "MDnsDS", __VA_ARGS__)
 #define MDNS_LOGE(...) __android_log_print(ANDROID_LOG_ERROR, "MDnsDS", __VA_ARGS__)
-
-// A text for "%s" that may be null.
-inline const char* shown(const char* text) { return text == nullptr ? "(null)" : text; }

@@ -1,7 +1,7 @@
 // The trigger: how a Wi-Fi Display R2 source asks a sink to connect to it.
 //
-// One command on a fresh TCP connection, 4 bytes, big-endian: a 16-bit code, then the 16-bit port
-// on the sender's host to connect to. The address is that of the connection.
+// Each request is one TCP connection with one command of 4 bytes, big-endian: a 16-bit code, then
+// the 16-bit port of the source to connect to. The source's address is that of the connection.
 #pragma once
 
 #include <cstdint>

@@ -1,13 +1,19 @@
-// Commands of the DNS-SD command channel.
+#include "MDnsSdChannelHandler.h"
+
+#include <dns_sd.h>
 #include <netinet/in.h>
 #include <resolv.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <new>
 #include <string_view>
 
-#include "MDnsSdChannel.h"
+#include "MDnsSdChannelMonitor.h"
+#include "SigpipeBlock.h"
+#include "c_text.h"
+#include "mdns_callbacks.h"
 #include "mdns_log.h"
 
 namespace {
@@ -22,26 +28,28 @@ void reply(MDnsResultListener* listener, int code, const char* text) {
 
 }  // namespace
 
+// The texts of one operation. Logged when the id is in use: "ID N already in use during OPERATION
+// call"; the reply has the operation, too. Logged on an error: "REQUEST N got an error from CALL
+// ERROR".
 struct MDnsSdChannel::Handler::StartTexts {
-    const char* inUseLog;
-    const char* inUseReply;
-    const char* errorLog;
+    const char* id;
+    const char* operation;
+    const char* request;
+    const char* call;
     const char* errorReply;
     const char* successLog;
     const char* startedReply;
 };
 
-MDnsSdChannel::Handler::Handler(Monitor* monitor, MDnsSdChannel* channel)
+MDnsSdChannel::Handler::Handler(Monitor* monitor, MDnsSdChannel* channel) noexcept
     : mChannel(channel), mMonitor(monitor) {
     MDNS_LOGD("MDnsSdChannel::Hander starting up");
 }
 
-MDnsSdChannel::Handler::~Handler() {
-    // One that runs has a thread, and goes on with it.
-    if (!mMonitor->isRunning()) delete mMonitor;
-}
+MDnsSdChannel::Handler::~Handler() = default;
 
-int MDnsSdChannel::Handler::runCommand(MDnsResultListener* listener, int argc, char** argv) {
+int MDnsSdChannel::Handler::runCommand(MDnsResultListener* listener, int argc,
+                                       char** argv) noexcept {
     if (argc < 2) {
         char text[64];
         snprintf(text, sizeof text, "Invalid number of arguments to mdnssd: %i", argc);
@@ -49,8 +57,8 @@ int MDnsSdChannel::Handler::runCommand(MDnsResultListener* listener, int argc, c
         reply(listener, kMDnsRefused, text);
         return -1;
     }
-    if (!mMonitor->isRunning()) {
-        reply(listener, kMDnsRefused, "mdnssd monitor is not running");
+    if (mMonitor == nullptr || !mMonitor->isRunning()) {
+        reply(listener, kMDnsRefused, kMonitorNotRunning);
         return 0;
     }
     const std::string_view word = argv[1];
@@ -105,7 +113,7 @@ int MDnsSdChannel::Handler::runCommand(MDnsResultListener* listener, int argc, c
 void MDnsSdChannel::Handler::registerFromText(MDnsResultListener* listener, char** argv) {
     const int requestId = atoi(argv[2]);
     const int port = atoi(argv[5]);
-    // One byte more: some decoders want a spare one behind a last group of one byte.
+    // One byte more: some decoders write one byte past the end of a last group that holds one byte.
     unsigned char txtRecord[kLargestTxtRecord + 1] = {};
     const int length = __b64_pton(argv[6], txtRecord, sizeof txtRecord);
     if (length < 0 || length > kLargestTxtRecord) {
@@ -119,16 +127,29 @@ void MDnsSdChannel::Handler::registerFromText(MDnsResultListener* listener, char
 template <typename Call>
 void MDnsSdChannel::Handler::start(MDnsResultListener* listener, int requestId,
                                    const StartTexts& texts, Call call) {
-    auto* const context = new Context(mChannel->mListener, mChannel, requestId);
-    DNSServiceRef* const ref = mMonitor->allocateServiceRef(requestId, context);
-    if (ref == nullptr) {
-        MDNS_LOGE(texts.inUseLog, requestId);
-        reply(listener, kMDnsRefused, texts.inUseReply);
+    errno = ENOMEM;
+    auto* const context = new (std::nothrow) Context(mChannel->mListener, mChannel, requestId);
+    DNSServiceRef* const ref =
+        context == nullptr ? nullptr : mMonitor->allocateServiceRef(requestId, context);
+    if (ref == nullptr && errno == ENOMEM) {
+        MDNS_LOGE("No memory for request %d", requestId);
+        reply(listener, kMDnsRefused, "No memory for the request");
         return;
     }
-    const DNSServiceErrorType error = call(ref, context);
+    if (ref == nullptr) {
+        MDNS_LOGE("%s %d already in use during %s call", texts.id, requestId, texts.operation);
+        char text[64];
+        snprintf(text, sizeof text, "RequestId already in use during %s call", texts.operation);
+        reply(listener, kMDnsRefused, text);
+        return;
+    }
+    DNSServiceErrorType error = kDNSServiceErr_NoError;
+    {
+        const SigpipeBlock noSigpipe;
+        error = call(ref, context);
+    }
     if (error != kDNSServiceErr_NoError) {
-        MDNS_LOGE(texts.errorLog, requestId, error);
+        MDNS_LOGE("%s %d got an error from %s %d", texts.request, requestId, texts.call, error);
         mMonitor->freeServiceRef(requestId);
         reply(listener, kMDnsRefused, texts.errorReply);
         return;
@@ -140,13 +161,14 @@ void MDnsSdChannel::Handler::start(MDnsResultListener* listener, int requestId,
 
 void MDnsSdChannel::Handler::discover(MDnsResultListener* listener, const char* interfaceName,
                                       const char* regType, const char* domain, int requestId,
-                                      int requestFlags) {
-    MDNS_LOGD("discover(%s, %s, %s, %d, %d)", shown(interfaceName), regType, shown(domain),
+                                      int requestFlags) noexcept {
+    MDNS_LOGD("discover(%s, %s, %s, %d, %d)", printable(interfaceName), regType, printable(domain),
               requestId, requestFlags);
     static constexpr StartTexts kTexts = {
-        "requestId %d already in use during discover call",
-        "RequestId already in use during discover call",
-        "Discover request %d got an error from DNSServiceBrowse %d",
+        "requestId",
+        "discover",
+        "Discover request",
+        "DNSServiceBrowse",
         "Discover request got an error from DNSServiceBrowse",
         "discover successful",
         "Discover operation started",
@@ -162,14 +184,15 @@ void MDnsSdChannel::Handler::serviceRegister(MDnsResultListener* listener, int r
                                              const char* interfaceName, const char* serviceName,
                                              const char* serviceType, const char* domain,
                                              const char* host, int port, int txtLen,
-                                             void* txtRecord) {
+                                             void* txtRecord) noexcept {
     MDNS_LOGD("serviceRegister(%d, %s, %s, %s, %s, %s, %d, %d, <binary>)", requestId,
-              shown(interfaceName), serviceName, serviceType, shown(domain), shown(host), port,
-              txtLen);
+              printable(interfaceName), serviceName, serviceType, printable(domain),
+              printable(host), port, txtLen);
     static constexpr StartTexts kTexts = {
-        "requestId %d already in use during register call",
-        "RequestId already in use during register call",
-        "service register request %d got an error from DNSServiceRegister %d",
+        "requestId",
+        "register",
+        "service register request",
+        "DNSServiceRegister",
         "serviceRegister request got an error from DNSServiceRegister",
         "serviceRegister successful",
         "serviceRegister started",
@@ -184,13 +207,14 @@ void MDnsSdChannel::Handler::serviceRegister(MDnsResultListener* listener, int r
 
 void MDnsSdChannel::Handler::resolveService(MDnsResultListener* listener, int requestId,
                                             const char* interfaceName, const char* serviceName,
-                                            const char* regType, const char* domain) {
-    MDNS_LOGD("resolveService(%d, %s, %s, %s, %s)", requestId, shown(interfaceName), serviceName,
-              regType, domain);
+                                            const char* regType, const char* domain) noexcept {
+    MDNS_LOGD("resolveService(%d, %s, %s, %s, %s)", requestId, printable(interfaceName),
+              serviceName, regType, domain);
     static constexpr StartTexts kTexts = {
-        "request Id %d already in use during resolve call",
-        "RequestId already in use during resolve call",
-        "service resolve request %d got an error from DNSServiceResolve %d",
+        "request Id",
+        "resolve",
+        "service resolve request",
+        "DNSServiceResolve",
         "resolveService got an error from DNSServiceResolve",
         "resolveService successful",
         "resolveService started",
@@ -203,13 +227,14 @@ void MDnsSdChannel::Handler::resolveService(MDnsResultListener* listener, int re
 
 void MDnsSdChannel::Handler::getAddrInfo(MDnsResultListener* listener, int requestId,
                                          const char* interfaceName, uint32_t protocol,
-                                         const char* hostname) {
-    MDNS_LOGD("getAddrInfo(%d, %s %d, %s)", requestId, shown(interfaceName),
+                                         const char* hostname) noexcept {
+    MDNS_LOGD("getAddrInfo(%d, %s %d, %s)", requestId, printable(interfaceName),
               static_cast<int>(protocol), hostname);
     static constexpr StartTexts kTexts = {
-        "request ID %d already in use during getAddrInfo call",
-        "RequestId already in use during getAddrInfo call",
-        "getAddrInfo request %d got an error from DNSServiceGetAddrInfo %d",
+        "request ID",
+        "getAddrInfo",
+        "getAddrInfo request",
+        "DNSServiceGetAddrInfo",
         "getAddrInfo request got an error from DNSServiceGetAddrInfo",
         "getAddrInfo successful",
         "getAddrInfo started",
@@ -221,12 +246,13 @@ void MDnsSdChannel::Handler::getAddrInfo(MDnsResultListener* listener, int reque
 }
 
 void MDnsSdChannel::Handler::setHostname(MDnsResultListener* listener, int requestId,
-                                         const char* hostname) {
+                                         const char* hostname) noexcept {
     MDNS_LOGD("setHostname(%d, %s)", requestId, hostname);
     static constexpr StartTexts kTexts = {
-        "request Id %d already in use during setHostname call",
-        "RequestId already in use during setHostname call",
-        "setHostname request %d got an error from DNSSetHostname %d",
+        "request Id",
+        "setHostname",
+        "setHostname request",
+        "DNSSetHostname",
         "setHostname got an error from DNSSetHostname",
         "setHostname successful",
         "setHostname started",
@@ -237,7 +263,7 @@ void MDnsSdChannel::Handler::setHostname(MDnsResultListener* listener, int reque
 }
 
 void MDnsSdChannel::Handler::stop(MDnsResultListener* listener, int argc, char** argv,
-                                  const char* operation) {
+                                  const char* operation) noexcept {
     char text[64];
     if (argc != 3) {
         snprintf(text, sizeof text, "Invalid number of arguments to %s", operation);
@@ -245,26 +271,31 @@ void MDnsSdChannel::Handler::stop(MDnsResultListener* listener, int argc, char**
         return;
     }
     const int requestId = atoi(argv[2]);
-    bool mine = false;
-    DNSServiceRef* const ref = mMonitor->closeServiceRef(requestId, &mine);
+    bool mustDeallocate = false;
+    DNSServiceRef* const ref = mMonitor->closeServiceRef(requestId, &mustDeallocate);
     if (ref == nullptr) {
         MDNS_LOGE("%s stop used unknown requestId %d", operation, requestId);
         reply(listener, kMDnsRefused, "Unknown requestId");
         return;
     }
     MDNS_LOGD("Stopping %s with ref %p", operation, static_cast<void*>(ref));
-    if (mine) {
-        DNSServiceRefDeallocate(*ref);
+    if (mustDeallocate) {
+        {
+            const SigpipeBlock noSigpipe;
+            DNSServiceRefDeallocate(*ref);
+        }
         mMonitor->freeServiceRef(requestId);
     }
     snprintf(text, sizeof text, "%s stopped", operation);
     reply(listener, kMDnsDone, text);
 }
 
-int MDnsSdChannel::Handler::iToFlags(int /*flags*/) { return 0; }
+int MDnsSdChannel::Handler::iToFlags(int /*flags*/) noexcept { return 0; }
 
-int MDnsSdChannel::Handler::ifaceNameToI(const char* /*interfaceName*/) { return 0; }
+int MDnsSdChannel::Handler::ifaceNameToI(const char* /*interfaceName*/) noexcept { return 0; }
 
-const char* MDnsSdChannel::Handler::iToIfaceName(int /*interfaceIndex*/) { return nullptr; }
+const char* MDnsSdChannel::Handler::iToIfaceName(int /*interfaceIndex*/) noexcept {
+    return nullptr;
+}
 
-int MDnsSdChannel::Handler::flagsToI(uint32_t /*flags*/) { return 0; }
+int MDnsSdChannel::Handler::flagsToI(uint32_t /*flags*/) noexcept { return 0; }

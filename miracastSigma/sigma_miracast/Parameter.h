@@ -1,4 +1,3 @@
-// One parameter of a command text.
 #pragma once
 
 #include <strings.h>
@@ -7,8 +6,8 @@
 
 #include "miracast_sigma.h"
 
-// The value of a parameter in a buffer of Size bytes: empty when the parameter is absent, or its
-// value is empty or too long for the buffer.
+// One parameter of a command text. Its value is kept in a buffer of Size bytes; it is empty if the
+// parameter is absent or its value is empty or does not fit.
 template <size_t Size>
 class Parameter {
  public:

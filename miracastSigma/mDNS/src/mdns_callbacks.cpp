@@ -1,4 +1,5 @@
-// DNS-SD results, turned into result lines and structured calls. On the monitor thread.
+#include "mdns_callbacks.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <resolv.h>
@@ -6,10 +7,10 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 
 #include "MDnsSdChannel.h"
+#include "c_text.h"
 #include "mdns_log.h"
 
 namespace {
@@ -21,37 +22,45 @@ using Text = std::unique_ptr<char, FreeText>;
 
 Text quoted(const char* text) { return Text(MDnsResultListener::quoteArg(text)); }
 
-// Null when there is no memory for it. vasprintf would take twice as long for most lines.
-__attribute__((__format__(printf, 1, 2))) Text line(const char* pattern, ...) {
-    char first[256];
-    va_list arguments;
-    va_start(arguments, pattern);
-    const int length = vsnprintf(first, sizeof first, pattern, arguments);
-    va_end(arguments);
-    if (length < 0) return nullptr;
-    const size_t size = static_cast<size_t>(length) + 1;
-    Text text(static_cast<char*>(malloc(size)));
-    if (text != nullptr && size <= sizeof first) {
-        memcpy(text.get(), first, size);
-    } else if (text != nullptr) {
+// A result line. A short one is formatted inside the object, without an allocation.
+class Line {
+ public:
+    __attribute__((__format__(printf, 2, 3))) explicit Line(const char* pattern, ...) {
+        va_list arguments;
         va_start(arguments, pattern);
-        vsnprintf(text.get(), size, pattern, arguments);
+        const int length = vsnprintf(mShort, sizeof mShort, pattern, arguments);
+        va_end(arguments);
+        mFits = length >= 0 && static_cast<size_t>(length) < sizeof mShort;
+        if (mFits || length < 0) return;
+        const size_t size = static_cast<size_t>(length) + 1;
+        mLong.reset(static_cast<char*>(malloc(size)));
+        if (mLong == nullptr) return;
+        va_start(arguments, pattern);
+        vsnprintf(mLong.get(), size, pattern, arguments);
         va_end(arguments);
     }
-    return text;
-}
 
-// Valid through the result, also when the listener stops the request from inside it.
+    // Null if the line could not be formatted.
+    const char* text() const { return mFits ? mShort : mLong.get(); }
+
+ private:
+    char mShort[512];
+    bool mFits = false;
+    Text mLong;
+};
+
+// The context stays valid until the result returns, even if the listener stops the request
+// meanwhile.
 MDnsSdChannel::Context& contextOf(void* context) {
     return *static_cast<MDnsSdChannel::Context*>(context);
 }
 
-void broadcast(const MDnsSdChannel::Context& context, int code, const Text& text) {
-    context.mListener->sendBroadcast(code, text.get(), false);
+void broadcast(const MDnsSdChannel::Context& context, int code, const Line& line) {
+    context.mListener->sendBroadcast(code, line.text(), false);
 }
 
 void broadcastError(const MDnsSdChannel::Context& context, int code, DNSServiceErrorType error) {
-    broadcast(context, code, line("%d %d", context.mRequestId, error));
+    broadcast(context, code, Line("%d %d", context.mRequestId, error));
 }
 
 }  // namespace
@@ -59,7 +68,7 @@ void broadcastError(const MDnsSdChannel::Context& context, int code, DNSServiceE
 void MDnsSdListenerDiscoverCallback(DNSServiceRef /*ref*/, DNSServiceFlags flags,
                                     uint32_t /*interfaceIndex*/, DNSServiceErrorType error,
                                     const char* serviceName, const char* regType,
-                                    const char* domain, void* context) {
+                                    const char* domain, void* context) noexcept {
     const MDnsSdChannel::Context& request = contextOf(context);
     if (error != kDNSServiceErr_NoError) {
         broadcastError(request, kMDnsDiscoverFailed, error);
@@ -69,17 +78,17 @@ void MDnsSdListenerDiscoverCallback(DNSServiceRef /*ref*/, DNSServiceFlags flags
     }
     const bool found = (flags & kDNSServiceFlagsAdd) != 0;
     const Text name = quoted(serviceName);
-    MDNS_LOGD(found ? "Discover found new serviceName %s, regType %s and domain %s for %d"
-                    : "Discover lost serviceName %s, regType %s and domain %s for %d",
-              serviceName, regType, domain, request.mRequestId);
+    MDNS_LOGD("Discover %s serviceName %s, regType %s and domain %s for %d",
+              found ? "found new" : "lost", serviceName, regType, domain, request.mRequestId);
     broadcast(request, found ? kMDnsServiceFound : kMDnsServiceLost,
-              line("%d %s %s %s", request.mRequestId, shown(name.get()), regType, domain));
+              Line("%d %s %s %s", request.mRequestId, printable(name.get()), regType, domain));
     request.mListener->onDiscoverResult(0, serviceName, regType, domain);
 }
 
 void MDnsSdListenerRegisterCallback(DNSServiceRef /*ref*/, DNSServiceFlags /*flags*/,
                                     DNSServiceErrorType error, const char* serviceName,
-                                    const char* regType, const char* domain, void* context) {
+                                    const char* regType, const char* domain,
+                                    void* context) noexcept {
     const MDnsSdChannel::Context& request = contextOf(context);
     if (error != kDNSServiceErr_NoError) {
         broadcastError(request, kMDnsRegisterFailed, error);
@@ -88,7 +97,7 @@ void MDnsSdListenerRegisterCallback(DNSServiceRef /*ref*/, DNSServiceFlags /*fla
         return;
     }
     const Text name = quoted(serviceName);
-    broadcast(request, kMDnsRegistered, line("%d %s", request.mRequestId, shown(name.get())));
+    broadcast(request, kMDnsRegistered, Line("%d %s", request.mRequestId, printable(name.get())));
     request.mListener->onRegisterResult(0, serviceName, regType, domain);
     MDNS_LOGD("register succeeded for %d as %s", request.mRequestId, serviceName);
 }
@@ -96,7 +105,8 @@ void MDnsSdListenerRegisterCallback(DNSServiceRef /*ref*/, DNSServiceFlags /*fla
 void MDnsSdListenerResolveCallback(DNSServiceRef /*ref*/, DNSServiceFlags /*flags*/,
                                    uint32_t /*interfaceIndex*/, DNSServiceErrorType error,
                                    const char* fullName, const char* hostTarget, uint16_t port,
-                                   uint16_t txtLen, const unsigned char* txtRecord, void* context) {
+                                   uint16_t txtLen, const unsigned char* txtRecord,
+                                   void* context) noexcept {
     const MDnsSdChannel::Context& request = contextOf(context);
     if (error != kDNSServiceErr_NoError) {
         broadcastError(request, kMDnsResolveFailed, error);
@@ -112,8 +122,8 @@ void MDnsSdListenerResolveCallback(DNSServiceRef /*ref*/, DNSServiceFlags /*flag
     const bool encoded =
         base64 != nullptr && __b64_ntop(txtRecord, txtLen, base64.get(), size) >= 0;
     broadcast(request, kMDnsResolved,
-              line("%d %s %s %d %d \"%s\"", request.mRequestId, shown(name.get()),
-                   shown(host.get()), hostPort, txtLen, encoded ? base64.get() : ""));
+              Line("%d %s %s %d %d \"%s\"", request.mRequestId, printable(name.get()),
+                   printable(host.get()), hostPort, txtLen, encoded ? base64.get() : ""));
     request.mListener->onResolveResult(0, fullName, hostTarget, hostPort, txtLen, txtRecord);
     MDNS_LOGD("resolve succeeded for %d finding %s at %s:%d with txtLen %d", request.mRequestId,
               fullName, hostTarget, hostPort, txtLen);
@@ -122,7 +132,7 @@ void MDnsSdListenerResolveCallback(DNSServiceRef /*ref*/, DNSServiceFlags /*flag
 void MDnsSdListenerGetAddrInfoCallback(DNSServiceRef /*ref*/, DNSServiceFlags /*flags*/,
                                        uint32_t /*interfaceIndex*/, DNSServiceErrorType error,
                                        const char* hostname, const struct sockaddr* address,
-                                       uint32_t timeToLive, void* context) {
+                                       uint32_t timeToLive, void* context) noexcept {
     const MDnsSdChannel::Context& request = contextOf(context);
     if (error != kDNSServiceErr_NoError) {
         broadcastError(request, kMDnsGetAddrInfoFailed, error);
@@ -137,16 +147,16 @@ void MDnsSdListenerGetAddrInfoCallback(DNSServiceRef /*ref*/, DNSServiceFlags /*
             ? static_cast<const void*>(&reinterpret_cast<const sockaddr_in*>(address)->sin_addr)
             : static_cast<const void*>(&reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr);
     inet_ntop(address->sa_family, bytes, addressText, sizeof addressText);
-    const Text text = line("%d %s %d %s", request.mRequestId, shown(host.get()),
-                           static_cast<int>(timeToLive), addressText);
-    broadcast(request, kMDnsAddressFound, text);
+    const Line line("%d %s %d %s", request.mRequestId, printable(host.get()),
+                    static_cast<int>(timeToLive), addressText);
+    broadcast(request, kMDnsAddressFound, line);
     request.mListener->onGetAddrResult(0, hostname, addressText);
-    MDNS_LOGD("getAddrInfo succeeded for %d: %s", request.mRequestId, shown(text.get()));
+    MDNS_LOGD("getAddrInfo succeeded for %d: %s", request.mRequestId, printable(line.text()));
 }
 
 void MDnsSdListenerSetHostnameCallback(DNSServiceRef /*ref*/, DNSServiceFlags /*flags*/,
                                        DNSServiceErrorType error, const char* hostname,
-                                       void* context) {
+                                       void* context) noexcept {
     const MDnsSdChannel::Context& request = contextOf(context);
     if (error != kDNSServiceErr_NoError) {
         broadcastError(request, kMDnsHostnameFailed, error);
@@ -154,6 +164,6 @@ void MDnsSdListenerSetHostnameCallback(DNSServiceRef /*ref*/, DNSServiceFlags /*
         return;
     }
     const Text name = quoted(hostname);
-    broadcast(request, kMDnsHostnameSet, line("%d %s", request.mRequestId, shown(name.get())));
+    broadcast(request, kMDnsHostnameSet, Line("%d %s", request.mRequestId, printable(name.get())));
     MDNS_LOGD("setHostname succeeded for %d.  Set to %s", request.mRequestId, hostname);
 }

@@ -1,4 +1,6 @@
-// The monitor of the DNS-SD command channel. Why it is right: MDnsSdChannel.h.
+// Locking rules: see MDnsSdChannelMonitor.h.
+#include "MDnsSdChannelMonitor.h"
+
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -8,8 +10,9 @@
 #include <new>
 #include <utility>
 
-#include "MDnsSdChannel.h"
+#include "SigpipeBlock.h"
 #include "cutils/properties.h"
+#include "detached_thread.h"
 #include "mdns_log.h"
 #include "osal/osal.h"
 
@@ -22,6 +25,7 @@ constexpr int kWatched = 1;
 constexpr char kRescanByte = '1';
 constexpr int kPollTimeoutMs = 10000000;
 constexpr int kSpareEntries = 5;
+constexpr int64_t kRemovalWaitNs = 1'000'000'000;
 
 constexpr const char* kService = "mdnsd";
 constexpr const char* kServiceState = "init.svc.mdnsd";
@@ -48,35 +52,39 @@ struct MDnsSdChannel::Monitor::Element {
     DNSServiceRef mServiceRef = nullptr;
     Context* const mContext;  // owned
     int mState = kAllocated;
-    bool mRefOpen = false;  // the reference may be processed; whoever clears it deallocates
-    bool mFailed = false;   // processing it failed: its socket tells nothing any more
+    bool mRefOpen = false;  // the monitor thread may process the reference
+    // Not null while the stop that closed the reference waits for the running result: that stop's
+    // mustDeallocate, which a stop inside the result clears.
+    bool* mWaitingStop = nullptr;
+    bool mFailed = false;  // DNSServiceProcessResult failed; not polled any more
 };
 
 void MDnsSdChannel::Monitor::Free::operator()(void* memory) const { free(memory); }
 
-MDnsSdChannel::Monitor::Monitor() {
+MDnsSdChannel::Monitor::Monitor() noexcept {
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, mControlSocket) != 0) {
         MDNS_LOGE("Error creating the monitor's control socket - got %d", errno);
         return;
     }
-    pthread_t thread{};
-    const int error = pthread_create(&thread, nullptr, threadStart, this);
+    const int error = startDetachedThread(threadStart, this);
     if (error != 0) {
         MDNS_LOGE("Error creating the monitor's thread - got %d", error);
         for (int& end : mControlSocket) close(std::exchange(end, -1));
         return;
     }
-    pthread_detach(thread);
     mRunning = true;
 }
 
 MDnsSdChannel::Monitor::~Monitor() = default;
 
-void* MDnsSdChannel::Monitor::threadStart(void* monitor) { static_cast<Monitor*>(monitor)->run(); }
+void* MDnsSdChannel::Monitor::threadStart(void* monitor) noexcept {
+    static_cast<Monitor*>(monitor)->run();
+}
 
-void MDnsSdChannel::Monitor::run() {
+void MDnsSdChannel::Monitor::run() noexcept {
+    const SigpipeBlock noSigpipe;
     {
-        const std::lock_guard lock(mMonitorLock);
+        const android::Mutex::Autolock lock(mMonitorLock);
         mMonitorThread = pthread_self();
     }
     allocatePollSet("initial calloc failed on mPollFds with a size of %d",
@@ -121,24 +129,24 @@ void MDnsSdChannel::Monitor::processEntry(int entry) {
     polled.revents = 0;
     DNSServiceRef ref = nullptr;
     {
-        const std::lock_guard lock(mMonitorLock);
-        // A stop came first. The event may even be that of another request's socket; not to be seen
-        // again before the next poll set.
+        const android::Mutex::Autolock lock(mMonitorLock);
         if (!element->mRefOpen) {
+            // A stop has closed the reference; the descriptor may belong to another request by now.
+            // Do not poll it again before the next rescan.
             polled.fd = -1;
             return;
         }
         ref = element->mServiceRef;
         mProcessing = element;
-        ++mTurn;
+        ++mResultCount;
     }
     MDNS_LOGD("Monitor found [%d].revents = %d - calling ProcessResults", entry, revents);
     const DNSServiceErrorType error = DNSServiceProcessResult(ref);
     {
-        const std::lock_guard lock(mMonitorLock);
+        const android::Mutex::Autolock lock(mMonitorLock);
         mProcessing = nullptr;
         if (error != kDNSServiceErr_NoError && element->mRefOpen) {
-            // The daemon is gone: the socket would stay readable, and poll would never wait again.
+            // The daemon has gone and its socket stays readable: polling it would never wait.
             MDNS_LOGE(
                 "Request %d got an error from DNSServiceProcessResult %d, not polled any more",
                 element->mRequestId, error);
@@ -146,7 +154,7 @@ void MDnsSdChannel::Monitor::processEntry(int entry) {
             polled.fd = -1;
         }
     }
-    mProcessed.notify_all();
+    mProcessed.broadcast();
 }
 
 void MDnsSdChannel::Monitor::allocatePollSet(const char* formatFds, const char* formatRefs) {
@@ -159,10 +167,10 @@ void MDnsSdChannel::Monitor::allocatePollSet(const char* formatFds, const char* 
         __android_log_assert("(mPollRefs == NULL)", "MDnsDS", formatRefs, size);
 }
 
-int MDnsSdChannel::Monitor::rescan() {
+int MDnsSdChannel::Monitor::rescan() noexcept {
     MDNS_LOGD("MDnsSdChannel::Monitor poll rescanning - size=%d, live=%d", mPollCapacity,
               mLive.load());
-    const std::lock_guard lock(mMonitorLock);
+    const android::Mutex::Autolock lock(mMonitorLock);
     if (mPollCapacity > mLive) {
         const auto capacity = static_cast<size_t>(mPollCapacity);
         memset(mPollFds.get(), 0, capacity * sizeof(pollfd));
@@ -175,15 +183,17 @@ int MDnsSdChannel::Monitor::rescan() {
     mPollFds[0].fd = mControlSocket[0];
     mPollFds[0].events = POLLIN;
     int count = 1;
+    bool removed = false;
     for (Element** link = &mElements; *link != nullptr;) {
         Element* const element = *link;
         if (element->mState == kRetired) {
             *link = element->mNext;
             delete element;
+            removed = true;
             continue;
         }
         link = &element->mNext;
-        // A stop that has closed the reference may be deallocating it right now.
+        // Skip a closed reference: another thread may be deallocating it.
         if (element->mState != kWatched || !element->mRefOpen || element->mFailed) continue;
         const int socket = DNSServiceRefSockFD(element->mServiceRef);
         if (socket == -1) {
@@ -195,7 +205,12 @@ int MDnsSdChannel::Monitor::rescan() {
         mPollRefs[count] = element;
         ++count;
     }
+    if (removed) mRemoved.broadcast();
     return count;
+}
+
+bool MDnsSdChannel::Monitor::onMonitorThread() const {
+    return pthread_equal(pthread_self(), mMonitorThread) != 0;
 }
 
 MDnsSdChannel::Monitor::Element** MDnsSdChannel::Monitor::findLink(int requestId) {
@@ -208,7 +223,7 @@ MDnsSdChannel::Monitor::Element* MDnsSdChannel::Monitor::find(int requestId) {
     return *findLink(requestId);
 }
 
-// Never waits: a full socket holds bytes that cause a rescan after this.
+// Never blocks: when the socket is full, the bytes in it cause a rescan after the change.
 void MDnsSdChannel::Monitor::requestRescan() {
     const ssize_t sent =
         TEMP_FAILURE_RETRY(send(mControlSocket[1], &kRescanByte, 1, MSG_DONTWAIT | MSG_NOSIGNAL));
@@ -216,28 +231,39 @@ void MDnsSdChannel::Monitor::requestRescan() {
     MDNS_LOGD("triggering rescan");
 }
 
-DNSServiceRef* MDnsSdChannel::Monitor::allocateServiceRef(int requestId, Context* context) {
-    std::unique_ptr<Context> owned(context);
+DNSServiceRef* MDnsSdChannel::Monitor::allocateServiceRef(int requestId,
+                                                          Context* context) noexcept {
     std::unique_ptr<Element> element(new (std::nothrow) Element(requestId, context));
-    if (element == nullptr) return nullptr;
-    (void)owned.release();
-    const std::lock_guard lock(mMonitorLock);
-    if (find(requestId) != nullptr) return nullptr;  // the context goes with the element
+    if (element == nullptr) {
+        delete context;
+        errno = ENOMEM;
+        return nullptr;
+    }
+    const android::Mutex::Autolock lock(mMonitorLock);
+    for (const Element* listed = find(requestId);
+         listed != nullptr && listed->mState == kRetired && !onMonitorThread();
+         listed = find(requestId)) {
+        if (mRemoved.waitRelative(mMonitorLock, kRemovalWaitNs) != android::OK) break;
+    }
+    if (find(requestId) != nullptr) {
+        errno = EBUSY;
+        return nullptr;  // deletes the element and with it the context
+    }
     element->mNext = mElements;
     mElements = element.release();
     return &mElements->mServiceRef;
 }
 
-DNSServiceRef* MDnsSdChannel::Monitor::lookupServiceRef(int requestId) {
-    const std::lock_guard lock(mMonitorLock);
+DNSServiceRef* MDnsSdChannel::Monitor::lookupServiceRef(int requestId) noexcept {
+    const android::Mutex::Autolock lock(mMonitorLock);
     Element* const element = find(requestId);
     return element == nullptr ? nullptr : &element->mServiceRef;
 }
 
-void MDnsSdChannel::Monitor::startMonitoring(int requestId) {
+void MDnsSdChannel::Monitor::startMonitoring(int requestId) noexcept {
     MDNS_LOGD("startMonitoring %d", requestId);
     {
-        const std::lock_guard lock(mMonitorLock);
+        const android::Mutex::Autolock lock(mMonitorLock);
         Element* const element = find(requestId);
         if (element == nullptr) return;
         ++mLive;
@@ -247,42 +273,53 @@ void MDnsSdChannel::Monitor::startMonitoring(int requestId) {
     requestRescan();
 }
 
-DNSServiceRef* MDnsSdChannel::Monitor::closeServiceRef(int requestId, bool* mine) {
-    std::unique_lock lock(mMonitorLock);
+DNSServiceRef* MDnsSdChannel::Monitor::closeServiceRef(int requestId, bool* mustDeallocate) {
+    const android::Mutex::Autolock lock(mMonitorLock);
     Element* const element = find(requestId);
-    // One that is being started has no reference yet that could be closed.
+    // The reference of an allocated element is still being filled.
     if (element == nullptr || element->mState == kAllocated) return nullptr;
-    *mine = element->mRefOpen;
-    element->mRefOpen = false;
     DNSServiceRef* const ref = &element->mServiceRef;
-    if (!pthread_equal(pthread_self(), mMonitorThread)) {
-        // The element may be gone after the wait, when another stop was the one to deallocate, and
-        // its address may be that of another: it is only compared, and its turn with it.
-        const uint64_t turn = mTurn;
-        mProcessed.wait(lock, [&] { return mProcessing != element || mTurn != turn; });
+    *mustDeallocate = std::exchange(element->mRefOpen, false);
+    if (onMonitorThread()) {
+        if (bool* const waiting = std::exchange(element->mWaitingStop, nullptr)) {
+            *waiting = false;
+            *mustDeallocate = true;
+        }
+        return ref;
     }
+    if (*mustDeallocate) element->mWaitingStop = mustDeallocate;
+    // If another stop deallocates the reference, the element may be deleted during the wait and its
+    // address reused. Compare the pointer only; mResultCount tells a reused address from the same
+    // element.
+    const uint64_t count = mResultCount;
+    while (mProcessing == element && mResultCount == count) mProcessed.wait(mMonitorLock);
+    if (*mustDeallocate) element->mWaitingStop = nullptr;
     return ref;
 }
 
-void MDnsSdChannel::Monitor::freeServiceRef(int requestId) {
+void MDnsSdChannel::Monitor::freeServiceRef(int requestId) noexcept {
     MDNS_LOGD("freeServiceRef %d", requestId);
-    const std::lock_guard lock(mMonitorLock);
-    Element** const link = findLink(requestId);
-    Element* const element = *link;
-    if (element == nullptr) return;
-    if (element->mState == kWatched) {
+    {
+        const android::Mutex::Autolock lock(mMonitorLock);
+        Element** const link = findLink(requestId);
+        Element* const element = *link;
+        if (element == nullptr) return;
+        if (element->mState == kAllocated) {
+            *link = element->mNext;
+            delete element;
+            return;
+        }
+        if (element->mState != kWatched) return;
+        // The monitor thread removes the element: its poll set may still name it.
         --mLive;
         element->mState = kRetired;
-        requestRescan();
-    } else if (element->mState == kAllocated) {
-        *link = element->mNext;
-        delete element;
     }
-    // A retired one is the monitor thread's to remove: its poll set may still name it.
+    // Without the lock, for which the monitor thread would wait as soon as it wakes up.
+    requestRescan();
 }
 
-int MDnsSdChannel::Monitor::startService() {
-    const std::lock_guard lock(mMonitorLock);
+int MDnsSdChannel::Monitor::startService() noexcept {
+    const android::Mutex::Autolock lock(mMonitorLock);
     char value[PROPERTY_VALUE_MAX] = "";
     property_get(kServiceState, value, "");
     if (strcmp(value, "running") == 0) return 0;
@@ -292,8 +329,8 @@ int MDnsSdChannel::Monitor::startService() {
     return -1;
 }
 
-int MDnsSdChannel::Monitor::stopService() {
-    const std::lock_guard lock(mMonitorLock);
+int MDnsSdChannel::Monitor::stopService() noexcept {
+    const android::Mutex::Autolock lock(mMonitorLock);
     if (mElements != nullptr) return 0;
     MDNS_LOGD("Stopping MDNSD");
     property_set("ctl.stop", kService);
