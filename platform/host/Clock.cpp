@@ -1,56 +1,54 @@
-#include "Clock.h"
+#include "host/Clock.h"
 
-#include <mutex>
 #include <thread>
-
-#include "osal/osal.h"
+#include <utility>
 
 namespace hostplatform {
 
-namespace {
+using RealMilliseconds = std::chrono::duration<double, std::milli>;
 
-using RealClock = std::chrono::steady_clock;
-
-std::mutex scaleMutex;  // guards the three below
-double scale = 1.0;
-RealClock::time_point scaleSetAt = RealClock::now();
-double deviceMsAtThatTime = 0;
-
-double deviceMsNow() {
-    const std::chrono::duration<double, std::milli> real = RealClock::now() - scaleSetAt;
-    return deviceMsAtThatTime + real.count() * scale;
+double Clock::now() const {
+    return mMillisecondsThen + RealMilliseconds(RealClock::now() - mSetAt).count() * mScale;
 }
 
-}  // namespace
-
-void setTimeScale(double newScale) {
-    const std::lock_guard lock(scaleMutex);
-    deviceMsAtThatTime = deviceMsNow();
-    scaleSetAt = RealClock::now();
-    scale = newScale;
+void Clock::setScale(double scale) {
+    const Lock lock(mMutex);
+    mMillisecondsThen = now();
+    mSetAt = RealClock::now();
+    mScale = scale;
 }
 
-double timeScale() {
-    const std::lock_guard lock(scaleMutex);
-    return scale;
+void Clock::onSleep(std::function<void(uint32_t)> hook) {
+    const Lock lock(mMutex);
+    mOnSleep = std::move(hook);
 }
 
-uint64_t deviceMilliseconds() {
-    const std::lock_guard lock(scaleMutex);
-    return static_cast<uint64_t>(deviceMsNow());
+uint64_t Clock::milliseconds() const {
+    const Lock lock(mMutex);
+    return static_cast<uint64_t>(now());
 }
 
-std::chrono::nanoseconds realDuration(std::chrono::milliseconds deviceTime) {
-    const std::chrono::duration<double, std::milli> real(static_cast<double>(deviceTime.count()) /
-                                                         timeScale());
-    return std::chrono::ceil<std::chrono::nanoseconds>(real);
+void Clock::sleep(uint32_t milliseconds) {
+    Lock lock(mMutex);
+    const double scale = mScale;
+    const auto hook = mOnSleep;
+    lock.unlock();
+    if (scale == 0) mJournal.add("sleep", std::to_string(milliseconds));
+    if (hook) hook(milliseconds);
+    if (scale == 0) {
+        lock.lock();
+        mMillisecondsThen += milliseconds;
+        lock.unlock();
+        std::this_thread::yield();
+    } else {
+        std::this_thread::sleep_for(
+            std::chrono::ceil<std::chrono::nanoseconds>(RealMilliseconds(milliseconds / scale)));
+    }
+}
+
+void Clock::reset() {
+    setScale(1);
+    onSleep({});
 }
 
 }  // namespace hostplatform
-
-void osal_sleep_ms(uint32_t milliseconds) {
-    std::this_thread::sleep_for(
-        hostplatform::realDuration(std::chrono::milliseconds(milliseconds)));
-}
-
-uint64_t osal_clock_ms(void) { return hostplatform::deviceMilliseconds(); }

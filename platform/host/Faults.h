@@ -1,43 +1,66 @@
-// Switches that make the simulated device fail as a real one can.
+// Switches that make the simulated device fail or hang like a real one.
 #pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <map>
+
+#include "host/Mutex.h"
 
 namespace hostplatform {
 
 enum class Fault {
     CompositorConnection,    // SurfaceComposerClient::initCheck
-    NoInternalDisplay,       // no display token
+    NoInternalDisplay,       // getInternalDisplayToken gives null
     DisplayStateQuery,       // getDisplayState
     DisplayConfigQuery,      // getActiveDisplayConfig
     LayerCreation,           // createSurface gives null
     LayerHandle,             // createSurface gives a control that is not valid
     LayerSurface,            // a layer's surface is null
     VirtualDisplayCreation,  // createDisplay gives null
-    SessionClient,           // no session client can be made
     SessionCreation,         // createWfdSession
-    SessionControl,          // every other call on the session client
+    SessionStop,             // stopWfdSession
+    SessionControl,          // every other call of the session client
     AudioRouting,            // setDeviceConnectionState
     Allocation,              // osal_calloc gives null
-    PropertyService,  // it is silent: nothing is set, started or stopped, every value is empty
-    ThreadCreation,   // no thread with default attributes can be started in this process
+    PropertyService,         // sets, starts and stops nothing; every value is empty
+    ThreadCreation,          // threads with default attributes cannot be started
 };
-constexpr int kFaultCount = 15;
 
-// Makes the operation fail from now on. `status` is what it returns, where it returns one; 0 ends
-// the fault. Callable on any thread.
-void setFault(Fault fault, int status = -1);
-int faultStatus(Fault fault);
-void clearFaults();
-
-// A fault for the length of a scope.
-class ScopedFault {
+// Any thread may call.
+class Faults {
  public:
-    explicit ScopedFault(Fault fault, int status = -1) : mFault(fault) { setFault(fault, status); }
-    ~ScopedFault() { setFault(mFault, 0); }
-    ScopedFault(const ScopedFault&) = delete;
-    ScopedFault& operator=(const ScopedFault&) = delete;
+    static constexpr int kEveryTime = -1;
+
+    // Makes the next `times` calls fail, with `status` if they return one; times 0 ends the fault.
+    // ThreadCreation ignores `times`: it lasts until `status` 0 is set.
+    void set(Fault fault, int status = -1, int times = kEveryTime);
+
+    // Makes the calls of a fault hang before they do anything, until release(). Not for
+    // ThreadCreation.
+    void hold(Fault fault);
+    void release(Fault fault);
+    // Waits until a call hangs, at most `timeout` of real time; returns false if none did.
+    bool waitHeld(Fault fault, std::chrono::milliseconds timeout = std::chrono::seconds(60));
+
+    // For the platform function of the fault: hangs while the fault is held, then returns the
+    // status to fail with, or 0 to work. Counts one of the fault's times. Call it without a lock.
+    int next(Fault fault);
+
+    // Ends all faults and releases all calls.
+    void reset();
 
  private:
-    const Fault mFault;
+    struct Plan {
+        int status = 0;
+        int times = 0;
+        bool held = false;
+        int waiting = 0;  // calls that hang
+    };
+
+    Mutex mMutex;
+    std::condition_variable mChanged;
+    std::map<Fault, Plan> mPlans GUARDED_BY(mMutex);
 };
 
 }  // namespace hostplatform

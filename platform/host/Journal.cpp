@@ -1,11 +1,10 @@
-#include "Journal.h"
+#include "host/Journal.h"
 
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdarg>
 
-#include "TextFormat.h"
+#include "host/text_format.h"
 
 namespace hostplatform {
 
@@ -36,19 +35,9 @@ std::string toString(const JournalEntry& entry) {
     return line;
 }
 
-Journal& Journal::instance() {
-    static auto* const journal = new Journal;
-    return *journal;
-}
-
 void Journal::add(const char* component, std::string text) {
-    JournalEntry entry;
-    entry.time = std::chrono::system_clock::now();
-    entry.thread = gettid();
-    entry.component = component;
-    entry.text = std::move(text);
-
-    const std::lock_guard lock(mMutex);
+    JournalEntry entry{0, std::chrono::system_clock::now(), gettid(), component, std::move(text)};
+    const Lock lock(mMutex);
     entry.sequence = mNext++;
     if (mObserver) mObserver(entry);
     mEntries.push_back(std::move(entry));
@@ -56,25 +45,19 @@ void Journal::add(const char* component, std::string text) {
     mAdded.notify_all();
 }
 
-void Journal::addFormatted(const char* component, const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    std::string text = formatArguments(format, arguments);
-    va_end(arguments);
-    add(component, std::move(text));
-}
-
 uint64_t Journal::mark() const {
-    const std::lock_guard lock(mMutex);
+    const Lock lock(mMutex);
     return mNext;
 }
 
+Journal::Position Journal::position(uint64_t from) const {
+    const uint64_t gone = mNext - mEntries.size();
+    return mEntries.begin() + static_cast<std::ptrdiff_t>(std::clamp(from, gone, mNext) - gone);
+}
+
 std::vector<JournalEntry> Journal::entries(uint64_t from) const {
-    const std::lock_guard lock(mMutex);
-    const auto first =
-        std::partition_point(mEntries.begin(), mEntries.end(),
-                             [from](const JournalEntry& entry) { return entry.sequence < from; });
-    return {first, mEntries.end()};
+    const Lock lock(mMutex);
+    return {position(from), mEntries.end()};
 }
 
 std::vector<std::string> Journal::texts(const std::string& component, uint64_t from) const {
@@ -87,47 +70,43 @@ std::vector<std::string> Journal::texts(const std::string& component, uint64_t f
 
 std::size_t Journal::count(const std::string& component, const std::string& part,
                            uint64_t from) const {
-    const std::vector<JournalEntry> all = entries(from);
-    return static_cast<std::size_t>(std::count_if(all.begin(), all.end(), [&](const auto& entry) {
-        return matches(entry, component, part);
-    }));
+    const Lock lock(mMutex);
+    return static_cast<std::size_t>(
+        std::count_if(position(from), mEntries.end(),
+                      [&](const JournalEntry& entry) { return matches(entry, component, part); }));
 }
 
 std::optional<JournalEntry> Journal::waitFor(const std::string& component, const std::string& part,
                                              uint64_t from,
                                              std::chrono::milliseconds timeout) const {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
-    std::unique_lock lock(mMutex);
-    uint64_t next = from;
-    while (true) {
-        for (auto entry =
-                 std::partition_point(mEntries.begin(), mEntries.end(),
-                                      [next](const JournalEntry& e) { return e.sequence < next; });
-             entry != mEntries.end(); ++entry) {
+    Lock lock(mMutex);
+    do {
+        for (auto entry = position(from); entry != mEntries.end(); ++entry) {
             if (matches(*entry, component, part)) return *entry;
         }
-        next = std::max(from, mNext);
-        if (!mAdded.wait_until(lock, deadline, [&] { return mNext > next; })) return std::nullopt;
-    }
+        from = std::max(from, mNext);
+    } while (mAdded.wait_until(lock, deadline, [&]() REQUIRES(mMutex) { return mNext > from; }));
+    return std::nullopt;
 }
 
 bool Journal::waitQuiet(std::chrono::milliseconds quiet, std::chrono::milliseconds timeout) const {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
-    std::unique_lock lock(mMutex);
+    Lock lock(mMutex);
     while (std::chrono::steady_clock::now() < deadline) {
-        const uint64_t seen = mNext;
-        if (!mAdded.wait_for(lock, quiet, [&] { return mNext > seen; })) return true;
+        const auto added = [this, from = mNext]() REQUIRES(mMutex) { return mNext > from; };
+        if (!mAdded.wait_for(lock, quiet, added)) return true;
     }
     return false;
 }
 
 void Journal::setObserver(std::function<void(const JournalEntry&)> observer) {
-    const std::lock_guard lock(mMutex);
+    const Lock lock(mMutex);
     mObserver = std::move(observer);
 }
 
 void Journal::setCapacity(std::size_t entries) {
-    const std::lock_guard lock(mMutex);
+    const Lock lock(mMutex);
     mCapacity = entries;
     while (mEntries.size() > mCapacity) mEntries.pop_front();
 }

@@ -1,8 +1,7 @@
-// What the simulated device was asked to do, and what it logged, as one list of entries.
+// The list of everything that the simulated device was asked to do or logged.
 //
-// Every part of the simulated device writes here, so that a test sees in one order what the library
-// made happen, and waits for what happens on another thread instead of sleeping. All functions are
-// callable on any thread.
+// Every part of the simulated device adds entries, so a test sees all effects of the library in one
+// order, and waits for an entry of another thread instead of sleeping. Any thread may call.
 #pragma once
 
 #include <sys/types.h>
@@ -11,13 +10,13 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "host/Mutex.h"
 
 namespace hostplatform {
 
@@ -25,64 +24,65 @@ struct JournalEntry {
     uint64_t sequence = 0;  // 0, 1, 2, ... from the start of the process
     std::chrono::system_clock::time_point time;
     pid_t thread = 0;
-    // "session" (calls on the session client), "report" (what it reports), "link" (between sessions
+    // "session" (calls of the session client), "report" (its reports), "link" (between the sessions
     // of two devices), "compositor", "audio", "binder", "property" (properties set, services
-    // started and stopped), "tool" (shell tools), "memory" (allocations), "log" (log lines:
-    // priority letter, '/', tag, ": ", text).
-    // And of the agent: "capi" (its command lines and what it answers them).
+    // started and stopped), "tool" (shell tools), "memory" (allocations), "sleep" (while the clock
+    // is manual), "log" (log lines: priority letter, '/', tag, ": ", text). The agent adds "capi"
+    // (command lines and answers) and "script" (expectations of a script that were not met).
     std::string component;
     std::string text;
 };
 
-// One line, without its end: time, thread, component and text, control characters escaped. The time
-// is local and in microseconds, so that the journals of two devices on one machine can be merged.
+// Returns the entry as one line without its end: time, thread, component and text, control
+// characters escaped. The time is local and in microseconds, so that the journals of two devices on
+// one machine can be merged.
 std::string toString(const JournalEntry& entry);
 
 class Journal {
  public:
-    // The one journal of the simulated device; never destroyed.
-    static Journal& instance();
+    Journal() = default;
+    Journal(const Journal&) = delete;
+    Journal& operator=(const Journal&) = delete;
 
     void add(const char* component, std::string text);
-    void addFormatted(const char* component, const char* format, ...)
-        __attribute__((__format__(printf, 3, 4)));
 
-    // The sequence number that the next entry will get: the place from which to look or wait.
+    // Returns the sequence number of the next entry, to pass as `from` later.
     uint64_t mark() const;
 
-    // Entries from `from` on, all of them or those of one component.
+    // Return the entries from `from` on, or the texts of those of one component.
     std::vector<JournalEntry> entries(uint64_t from = 0) const;
     std::vector<std::string> texts(const std::string& component, uint64_t from = 0) const;
 
-    // Number of entries of `component` from `from` on whose text contains `part`.
+    // Returns the number of entries of `component` from `from` on whose text contains `part`.
     std::size_t count(const std::string& component, const std::string& part,
                       uint64_t from = 0) const;
 
-    // Waits until an entry of `component` from `from` on contains `part`, at most `timeout` of real
-    // time; no value when there was none.
+    // Waits for an entry of `component` from `from` on that contains `part`, at most `timeout` of
+    // real time; returns no value on timeout.
     std::optional<JournalEntry> waitFor(
         const std::string& component, const std::string& part, uint64_t from = 0,
-        std::chrono::milliseconds timeout = std::chrono::seconds(20)) const;
+        std::chrono::milliseconds timeout = std::chrono::seconds(60)) const;
 
-    // Waits until nothing has been added for `quiet`, at most `timeout`; false on timeout.
+    // Waits until no entry has been added for `quiet`, at most `timeout`; returns false on timeout.
     bool waitQuiet(std::chrono::milliseconds quiet, std::chrono::milliseconds timeout) const;
 
-    // Calls `observer` with every further entry, under the journal's lock and in order; it must not
-    // call the journal. An empty function ends that.
+    // Calls `observer` with every further entry, in order and with the journal's lock held: it must
+    // not call the journal. An empty function removes the observer.
     void setObserver(std::function<void(const JournalEntry&)> observer);
 
-    // Only this many newest entries are kept in memory (at first 200,000).
+    // Sets how many of the newest entries are kept in memory (initially 200,000).
     void setCapacity(std::size_t entries);
 
  private:
-    Journal() = default;
+    using Position = std::deque<JournalEntry>::const_iterator;
+    Position position(uint64_t from) const REQUIRES(mMutex);
 
-    mutable std::mutex mMutex;  // guards everything below
+    mutable Mutex mMutex;
     mutable std::condition_variable mAdded;
-    std::deque<JournalEntry> mEntries;
-    uint64_t mNext = 0;
-    std::size_t mCapacity = 200'000;
-    std::function<void(const JournalEntry&)> mObserver;
+    std::deque<JournalEntry> mEntries GUARDED_BY(mMutex);
+    uint64_t mNext GUARDED_BY(mMutex) = 0;
+    std::size_t mCapacity GUARDED_BY(mMutex) = 200'000;
+    std::function<void(const JournalEntry&)> mObserver GUARDED_BY(mMutex);
 };
 
 }  // namespace hostplatform

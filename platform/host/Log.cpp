@@ -1,91 +1,103 @@
-// The log: every line goes to the journal, and to standard error if the filter shows it.
-#include "android/log.h"
+#include "host/Log.h"
 
 #include <unistd.h>
 
-#include <atomic>
+#include <algorithm>
+#include <cctype>
 #include <chrono>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
-#include <string>
+#include <sstream>
 #include <string_view>
+#include <utility>
 
-#include "Journal.h"
-#include "LogFilter.h"
-#include "LogSwitch.h"
-#include "TextFormat.h"
+#include "android/log.h"
+#include "host/text_format.h"
 
-using namespace hostplatform;
+namespace hostplatform {
 
 namespace {
 
-// Written by who measures, read by every thread that logs; it orders nothing.
-std::atomic<bool> dropped{false};
+constexpr std::string_view kLetters = "??VDIWEFS";  // by android_LogPriority
 
-// A message of several lines is shown as that many lines, each with the whole prefix; an end of
-// line at the message's end adds none.
-void show(int priority, const char* tag, std::string_view text) {
+char letterOf(int priority) {
+    const bool known = priority >= 0 && priority < static_cast<int>(kLetters.size());
+    return known ? kLetters[static_cast<size_t>(priority)] : '?';
+}
+
+// Shows each line of a message with the whole prefix. A final end of line adds no empty line.
+std::string threadtime(int priority, const char* tag, const std::string& text) {
     const std::string prefix =
         timeText(std::chrono::system_clock::now()) +
-        format(" %5d %5d %c %s: ", getpid(), gettid(), priorityLetter(priority), tag);
+        format(" %5d %5d %c %-8s: ", getpid(), gettid(), letterOf(priority), tag);
     std::string lines;
     size_t begin = 0;
     do {
-        const size_t end = text.find('\n', begin);
-        lines += prefix;
-        lines += text.substr(begin, end - begin);
-        lines += '\n';
-        begin = end == std::string_view::npos ? text.size() : end + 1;
+        const size_t end = std::min(text.find('\n', begin), text.size());
+        lines += prefix + text.substr(begin, end - begin) + '\n';
+        begin = end + 1;
     } while (begin < text.size());
-    fputs(lines.c_str(), stderr);  // one call, so that lines of two threads do not mix
-}
-
-int log(int priority, const char* tag, const char* pattern, va_list arguments) {
-    if (dropped.load(std::memory_order_relaxed)) {
-        char message[1024];
-        return vsnprintf(message, sizeof message, pattern, arguments);
-    }
-    static const LogFilter* const filter = new LogFilter(getenv("ANDROID_LOG_TAGS"));
-    std::string text = formatArguments(pattern, arguments);
-    const int length = static_cast<int>(text.size());
-
-    const char* const shownTag = tag == nullptr ? "" : tag;
-    if (filter->shows(priority, shownTag)) show(priority, shownTag, text);
-    Journal::instance().add("log", format("%c/%s: ", priorityLetter(priority), shownTag) + text);
-    return length;
+    return lines;
 }
 
 }  // namespace
 
-void hostplatform::setLogDropped(bool drop) { dropped = drop; }
-
-int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
-    va_list arguments;
-    va_start(arguments, fmt);
-    const int length = log(prio, tag, fmt, arguments);
-    va_end(arguments);
-    return length;
-}
-
-// This device shows all of its buffers as one log.
-int __android_log_buf_print(int, int prio, const char* tag, const char* fmt, ...) {
-    va_list arguments;
-    va_start(arguments, fmt);
-    const int length = log(prio, tag, fmt, arguments);
-    va_end(arguments);
-    return length;
-}
-
-void __android_log_assert(const char* cond, const char* tag, const char* fmt, ...) {
-    if (fmt != nullptr) {
-        va_list arguments;
-        va_start(arguments, fmt);
-        log(ANDROID_LOG_FATAL, tag, fmt, arguments);
-        va_end(arguments);
-    } else {
-        __android_log_print(ANDROID_LOG_FATAL, tag, "Assertion failed: %s",
-                            cond == nullptr ? "" : cond);
+int Log::write(int priority, const char* tag, const char* pattern, va_list arguments) {
+    if (mDropped.load(std::memory_order_relaxed)) {
+        char message[1024];
+        return vsnprintf(message, sizeof message, pattern, arguments);
     }
-    abort();
+    const std::string text = formatArguments(pattern, arguments);
+    writeLine(priority, tag == nullptr ? "" : tag, text);
+    return static_cast<int>(text.size());
 }
+
+void Log::writeLine(int priority, const char* tag, const std::string& text) {
+    {
+        const Lock lock(mMutex);
+        const auto found = mLowest.find(tag);
+        const int lowest = (found != mLowest.end() ? found : mLowest.find("*"))->second;
+        if (mStream != nullptr && lowest != ANDROID_LOG_SILENT && priority >= lowest) {
+            fputs(threadtime(priority, tag, text).c_str(), mStream);
+            fflush(mStream);
+        }
+    }
+    mJournal.add("log", format("%c/%s: ", letterOf(priority), tag) + text);
+}
+
+void Log::writeTo(std::FILE* stream, const char* tags) {
+    const Lock lock(mMutex);
+    mStream = stream;
+    mLowest = {{"*", ANDROID_LOG_VERBOSE}};
+    std::string list = tags == nullptr ? "" : tags;
+    std::replace(list.begin(), list.end(), ',', ' ');
+    std::istringstream items(list);
+    for (std::string item; items >> item;) {
+        if (item.find(':') == std::string::npos) item += ":V";
+        const size_t colon = item.rfind(':');
+        const int letter = std::toupper(static_cast<unsigned char>(item.back()));
+        const size_t priority = kLetters.find(static_cast<char>(letter), ANDROID_LOG_VERBOSE);
+        if (colon + 2 != item.size() || priority == std::string_view::npos) continue;
+        mLowest[item.substr(0, colon)] = static_cast<int>(priority);
+    }
+}
+
+void Log::complain(const std::string& text) {
+    writeLine(ANDROID_LOG_ERROR, "hostplatform", text);
+    Lock lock(mMutex);
+    const auto handler = mComplaintHandler;
+    lock.unlock();
+    if (handler) handler(text);
+}
+
+void Log::setComplaintHandler(std::function<void(const std::string&)> handler) {
+    const Lock lock(mMutex);
+    mComplaintHandler = std::move(handler);
+}
+
+void Log::reset() {
+    setDropped(false);
+    setComplaintHandler({});
+    writeTo(stderr, getenv("ANDROID_LOG_TAGS"));
+}
+
+}  // namespace hostplatform

@@ -1,18 +1,19 @@
-#include "SimulatedDevice.h"
-
-#include "Clock.h"
-#include "Compositor.h"
-#include "Faults.h"
-#include "SessionService.h"
+#include "host/SimulatedDevice.h"
 
 namespace hostplatform {
 
-void resetSwitches() {
-    clearFaults();
-    setTimeScale(1.0);
-    setPeer(Peer::Answers);
-    setStream(1280, 720, false);
-    Compositor::instance().setInternalDisplay({1080, 1920}, android::ui::Rotation::Rotation0);
+SimulatedDevice& device() {
+    static auto* const device = new SimulatedDevice;
+    return *device;
+}
+
+void SimulatedDevice::reset() {
+    mCore.faults.reset();
+    mCore.clock.reset();
+    mCore.log.reset();
+    mSession.reset();
+    mCompositor.reset();
+    mProperties.reset();
 }
 
 }  // namespace hostplatform

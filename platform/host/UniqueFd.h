@@ -20,6 +20,7 @@ class UniqueFd {
 
     int get() const { return mFd; }
     explicit operator bool() const { return mFd >= 0; }
+    int release() { return std::exchange(mFd, -1); }
     void reset(int fd = -1) {
         if (mFd >= 0) close(mFd);
         mFd = fd;

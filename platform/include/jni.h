@@ -1,5 +1,5 @@
-// The two Java types that the session client's callbacks and calls name. The library never looks
-// behind them, so their names are all that is declared.
+// The two Java types in the session client's declarations. The library passes pointers to them on
+// without using the objects.
 #pragma once
 
 class _jobject {};

@@ -17,23 +17,23 @@ typedef enum android_LogPriority {
     ANDROID_LOG_SILENT,
 } android_LogPriority;
 
-// The log's buffers, as far as the library writes to them.
+// The log buffers that the library writes to.
 typedef enum log_id {
     LOG_ID_MAIN = 0,
     LOG_ID_SYSTEM = 3,
 } log_id_t;
 
-// Writes one formatted message with an android_LogPriority and a tag (may be null: no tag).
-// Callable on any thread. Returns the number of bytes of the message.
+// Writes one formatted message with an android_LogPriority and a tag (null: no tag). Any thread may
+// call. Returns the number of bytes of the message.
 int __android_log_print(int prio, const char* tag, const char* fmt, ...)
     __attribute__((__format__(printf, 3, 4)));
 
-// As __android_log_print, into the buffer `bufID` (a log_id_t).
+// Like __android_log_print, but into the buffer `bufID` (a log_id_t).
 int __android_log_buf_print(int bufID, int prio, const char* tag, const char* fmt, ...)
     __attribute__((__format__(printf, 4, 5)));
 
-// Writes the message with ANDROID_LOG_FATAL and aborts the process. Without a message (`fmt` null)
-// the failed condition's text `cond` is the message.
+// Writes the message with ANDROID_LOG_FATAL and aborts the process. `cond` is the text of the
+// failed condition; the simulated device does not print it.
 void __android_log_assert(const char* cond, const char* tag, const char* fmt, ...)
     __attribute__((__noreturn__, __format__(printf, 3, 4)));
 

@@ -4,7 +4,7 @@
 
 namespace android {
 
-// A remote object. The compositor names displays and layers by such tokens.
+// A remote object. The compositor uses these objects as tokens for displays and layers.
 class IBinder : public virtual RefBase {};
 
 }  // namespace android

@@ -9,8 +9,8 @@ class ProcessState : public virtual RefBase {
  public:
     static sp<ProcessState> self();
 
-    // Starts the threads through which services call back into this process. Harmless when they
-    // run.
+    // Starts the threads through which services call back into this process. Harmless if they run
+    // already.
     void startThreadPool();
 };
 

@@ -4,7 +4,7 @@
 
 namespace android {
 
-// The filling end of a buffer queue; the library only passes references to it on.
+// The filling end of a buffer queue. The library only passes references to it on.
 class IGraphicBufferProducer : public virtual RefBase {};
 
 }  // namespace android

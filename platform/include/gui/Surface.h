@@ -4,7 +4,7 @@
 
 namespace android {
 
-// The producer side of a layer, into which a decoder renders. Made only by a SurfaceControl.
+// The producer side of a layer, into which a decoder renders. Only a SurfaceControl makes it.
 class Surface : public virtual RefBase {
  public:
     // The compositor's number of the layer that this surface fills.

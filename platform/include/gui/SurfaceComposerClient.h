@@ -2,7 +2,8 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
+#include <functional>
+#include <vector>
 
 #include "binder/IBinder.h"
 #include "gui/IGraphicBufferProducer.h"
@@ -23,40 +24,37 @@ class SurfaceComposerClient : public virtual RefBase {
     SurfaceComposerClient();
     ~SurfaceComposerClient() override;
 
-    // OK when the connection is usable.
+    // Returns OK if the connection is usable.
     status_t initCheck() const;
 
-    // Closes the connection; its layers go.
+    // Closes the connection and removes its layers.
     void dispose();
 
-    // The built-in display, null when the device has none.
+    // Returns the built-in display; null if the device has none.
     static sp<IBinder> getInternalDisplayToken();
     static status_t getDisplayState(const sp<IBinder>& display, ui::DisplayState* state);
     static status_t getActiveDisplayConfig(const sp<IBinder>& display, DisplayConfig* config);
 
-    // A new virtual display; null when it is refused.
+    // Makes a virtual display; null if the compositor refuses it.
     static sp<IBinder> createDisplay(const String8& displayName, bool secure);
     static void destroyDisplay(const sp<IBinder>& display);
 
-    // A new layer of w by h pixels; null when it is refused.
+    // Makes a layer of w by h pixels; null if the compositor refuses it.
     sp<SurfaceControl> createSurface(const String8& name, uint32_t w, uint32_t h,
                                      PixelFormat format, uint32_t flags = 0,
                                      SurfaceControl* parent = nullptr,
                                      LayerMetadata metadata = LayerMetadata(),
                                      uint32_t* outTransformHint = nullptr);
 
-    // Changes that take effect together, with apply(); without it they are dropped.
+    // Collects changes, which take effect together in apply(). Without apply() they are dropped.
     class Transaction {
      public:
-        Transaction();
-        ~Transaction();
-
         Transaction& setLayer(const sp<SurfaceControl>& control, int32_t z);
         Transaction& show(const sp<SurfaceControl>& control);
 
         status_t setDisplaySurface(const sp<IBinder>& token,
                                    const sp<IGraphicBufferProducer>& bufferProducer);
-        // Shows layerStackRect of the display's layer stack at displayRect of the display.
+        // Shows the part layerStackRect of the layer stack in the part displayRect of the display.
         void setDisplayProjection(const sp<IBinder>& token, ui::Rotation orientation,
                                   const Rect& layerStackRect, const Rect& displayRect);
         void setDisplayLayerStack(const sp<IBinder>& token, uint32_t layerStack);
@@ -64,8 +62,7 @@ class SurfaceComposerClient : public virtual RefBase {
         status_t apply(bool synchronous = false);
 
      private:
-        struct Changes;
-        std::unique_ptr<Changes> mChanges;
+        std::vector<std::function<void()>> mChanges;
     };
 
  private:

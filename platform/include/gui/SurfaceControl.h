@@ -8,7 +8,7 @@ namespace android {
 
 class SurfaceComposerClient;
 
-// The owner's handle of one compositor layer; the layer goes with it.
+// The owner's handle of one compositor layer; its destruction removes the layer.
 class SurfaceControl : public virtual RefBase {
  public:
     ~SurfaceControl() override;
@@ -16,7 +16,7 @@ class SurfaceControl : public virtual RefBase {
     // False when the layer handle or the compositor connection is missing.
     bool isValid() const { return mHandle != nullptr && mClient != nullptr; }
 
-    // The layer's surface; null when the compositor gives none.
+    // Returns the layer's surface; null if the compositor gives none.
     sp<Surface> getSurface() const;
 
  private:

@@ -1,4 +1,4 @@
-// Audio device, device-state and format codes, as far as audio routing uses them.
+// The codes of audio devices, device states and formats that audio routing uses.
 #pragma once
 
 #include <stdint.h>

@@ -7,7 +7,7 @@
 
 namespace android::ui {
 
-// What the compositor currently shows on a display.
+// The current state of a display.
 struct DisplayState {
     uint32_t layerStack = 0;
     Rotation orientation = Rotation::Rotation0;

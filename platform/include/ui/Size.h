@@ -4,7 +4,7 @@
 
 namespace android::ui {
 
-// A size in pixels; default-constructed it is INVALID.
+// A size in pixels; a default-constructed one is INVALID.
 struct Size {
     Size() = default;
     Size(int32_t w, int32_t h) : width(w), height(h) {}

@@ -13,8 +13,8 @@ class RefBase {
     RefBase(const RefBase&) = delete;
     RefBase& operator=(const RefBase&) = delete;
 
-    // Callable on any thread; `id` names the holder and is not looked at. The object deletes itself
-    // with the last strong reference.
+    // Any thread may call. `id` names the holder and is not used. The object deletes itself with
+    // the last strong reference.
     void incStrong(const void* id) const;
     void decStrong(const void* id) const;
     int32_t getStrongCount() const { return mStrong.load(std::memory_order_relaxed); }

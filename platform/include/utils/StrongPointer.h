@@ -10,7 +10,7 @@ template <typename T>
 class sp {
  public:
     sp() = default;
-    sp(T* other) : mPtr(other) {  // NOLINT(google-explicit-constructor): the platform's shape
+    sp(T* other) : mPtr(other) {  // NOLINT(google-explicit-constructor): as in the platform
         if (mPtr != nullptr) mPtr->incStrong(this);
     }
     sp(const sp& other) : sp(other.mPtr) {}

@@ -12,11 +12,11 @@ extern "C" {
 // Blocks the calling thread for `milliseconds` of device time.
 void osal_sleep_ms(uint32_t milliseconds);
 
-// Milliseconds of device time since an unspecified start; never goes back.
+// Returns the milliseconds of device time since an unspecified start; never decreases.
 uint64_t osal_clock_ms(void);
 
-// Zero-filled memory for `count` elements of `size` bytes, released with free(); null when there is
-// none. The allocation is recorded under the caller's source `file` (a constant text) and `line`.
+// Returns zero-filled memory for `count` elements of `size` bytes, or null; release it with free().
+// The allocation is recorded with the caller's source `file` (a constant text) and `line`.
 void* osal_calloc(size_t count, size_t size, const char* file, int line);
 
 #ifdef __cplusplus

@@ -1,11 +1,10 @@
-// The platform's Wi-Fi Display session client: the declaration that the library is built against.
-// The client runs the session (RTSP, RTP, UIBC) and reports what happens to it through callbacks on
-// threads of its own, never on the thread of a call into it.
+// The platform's Wi-Fi Display session client, as far as the library uses it. The client runs the
+// session (RTSP, RTP, UIBC) and reports events through callbacks on its own threads, never on the
+// thread that calls it.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <new>
 
 #include "gui/Surface.h"
 #include "jni.h"
@@ -16,7 +15,7 @@ struct WfdDevice {
     char name[64];        // not used by this library
     int32_t rtspPort;     // RTSP control port
     int32_t deviceType;   // 0 = source, 1 = primary sink
-    uint8_t reserved[8];  // the client's own
+    uint8_t reserved[8];  // for the client itself
     int32_t r2;           // non-zero: Wi-Fi Display R2
 };
 static_assert(offsetof(WfdDevice, name) == 32, "session client's record");
@@ -33,18 +32,15 @@ struct WFD_uibc_event_t {
 static_assert(offsetof(WFD_uibc_event_t, params) == 8, "session client's record");
 static_assert(sizeof(WFD_uibc_event_t) == 184, "session client's record");
 
-// A report: its name, a number of 256-byte texts, and a Java object that native users ignore.
+// Reports an event: its name, `count` texts of 256 bytes, and a Java object, which native code
+// ignores.
 typedef void (*WfdEventCallback)(const char* name, int count, char (*objects)[256],
                                  _jobject* const& javaObject);
-// A received input event; false tells the client that it was not taken.
+// Delivers a received input event; false means that it was not accepted.
 typedef bool (*WfdUibcCallback)(WFD_uibc_event_t* event, const void* data, _jobject* const& obj1,
                                 _jobject* const& obj2);
-// A received HID report.
+// Delivers a received HID report.
 typedef bool (*WfdHidCallback)(const void* report, int length);
-
-namespace hostplatform {
-class SimulatedClient;
-}
 
 class WiFiDisplayClient {
  public:
@@ -53,13 +49,8 @@ class WiFiDisplayClient {
     WiFiDisplayClient(const WiFiDisplayClient&) = delete;
     WiFiDisplayClient& operator=(const WiFiDisplayClient&) = delete;
 
-    // A client is made with the non-throwing form: null when the session service gives none.
-    static void* operator new(std::size_t size, const std::nothrow_t&) noexcept;
-    static void operator delete(void* memory) noexcept;
-    static void operator delete(void* memory, const std::nothrow_t&) noexcept;
-
-    // All results: 0, or a negative number when the client refuses. Session identifiers are those
-    // that the client reported. None of these calls blocks; what follows is reported.
+    // All calls return 0, or a negative number if the client refuses, without blocking; the client
+    // reports their effects. Session identifiers are those that the client reported.
     int createWfdSession(WfdDevice* local, WfdDevice* peer);
     int stopWfdSession(int sessionId, _JNIEnv* env);
     int teardown_rtsp(int sessionId, bool flag);
@@ -78,5 +69,6 @@ class WiFiDisplayClient {
     int setSurface(android::Surface* surface);
 
  private:
-    hostplatform::SimulatedClient* const mImpl;
+    class Impl;
+    Impl* const mImpl;
 };
