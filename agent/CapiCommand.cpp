@@ -1,36 +1,30 @@
-#include "CapiCommand.h"
+#include "agent/CapiCommand.h"
 
-#include "Text.h"
+#include <cstddef>
+
+#include "agent/Text.h"
 
 namespace agent {
 
-namespace {
-
-// Takes the text up to the next comma off `rest`, and the comma.
-std::string_view nextToken(std::string_view& rest) {
-    const auto comma = rest.find(',');
-    const std::string_view token = rest.substr(0, comma);
-    rest.remove_prefix(comma == std::string_view::npos ? rest.size() : comma + 1);
-    return trimmed(token);
+CapiCommand::CapiCommand(std::string_view line) {
+    while (true) {
+        const std::size_t comma = line.find(',');
+        mTokens.emplace_back(trimmed(line.substr(0, comma)));
+        if (comma == std::string_view::npos) break;
+        line.remove_prefix(comma + 1);
+    }
+    mName = lowerCase(mTokens.front());
 }
 
-}  // namespace
-
-std::optional<CapiCommand> CapiCommand::parse(std::string_view line) {
-    std::string_view rest = trimmedRight(line);
-    CapiCommand command;
-    command.mName = lowerCase(nextToken(rest));
-    if (command.mName.empty()) return std::nullopt;
-    command.mParameters = rest;
-    return command;
+std::string CapiCommand::parameters() const {
+    std::string text;
+    for (std::size_t i = 1; i < mTokens.size(); ++i) text += (i == 1 ? "" : ",") + mTokens[i];
+    return text;
 }
 
 std::string CapiCommand::parameter(std::string_view name) const {
-    std::string_view rest = mParameters;
-    while (!rest.empty()) {
-        const std::string_view found = nextToken(rest);
-        const std::string_view value = nextToken(rest);
-        if (equalsIgnoreCase(found, name)) return std::string(value);
+    for (std::size_t i = 1; i + 1 < mTokens.size(); i += 2) {
+        if (lowerCase(mTokens[i]) == name) return mTokens[i + 1];
     }
     return {};
 }

@@ -1,34 +1,33 @@
 // One command line of the Sigma control interface: name,parameter,value,parameter,value,...
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace agent {
 
+// Blanks around the tokens of a line are not part of the command; controllers leave them there.
 class CapiCommand {
  public:
-    // Blanks around the name and at the line's end are not part of the command; controllers leave
-    // them there. Nothing when the line has no name.
-    static std::optional<CapiCommand> parse(std::string_view line);
+    // A line without its end. A line without a name gives a command with an empty one.
+    explicit CapiCommand(std::string_view line);
 
     // In lower case: names ignore case.
     const std::string& name() const { return mName; }
 
-    // Everything after the first comma, as it came.
-    const std::string& parameters() const { return mParameters; }
+    // Everything after the name, as the library's functions take it: tokens without blanks,
+    // separated by commas.
+    std::string parameters() const;
 
-    // The value of the first parameter with that name, in any case, without the blanks around it;
-    // empty when there is none. Reads strict pairs, so a value that happens to be another
-    // parameter's name is not taken for one.
+    // The value of the first parameter whose name in lower case is `name`; empty when there is
+    // none. Reads strict pairs, so a value that is also the name of a parameter is not taken for
+    // one.
     std::string parameter(std::string_view name) const;
 
  private:
-    CapiCommand() = default;
-
+    std::vector<std::string> mTokens;  // the name, then names and values of parameters
     std::string mName;
-    std::string mParameters;
 };
 
 }  // namespace agent

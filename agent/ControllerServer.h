@@ -1,47 +1,62 @@
-// The TCP server for controllers.
+// The TCP server for test controllers.
 #pragma once
 
 #include <asio/io_context.hpp>
 #include <asio/ip/tcp.hpp>
-#include <asio/steady_timer.hpp>
+#include <condition_variable>
+#include <functional>
+#include <list>
 #include <memory>
 #include <system_error>
-#include <vector>
+#include <thread>
 
-#include "CommandRunner.h"
-#include "CommandThread.h"
-#include "ControllerConnection.h"
+#include "agent/CommandRunner.h"
+#include "host/Mutex.h"
 
 namespace agent {
 
-// Serves one connected controller at a time; another one is told status,ERROR,errorCode,-1 and sent
-// away. A controller that has ended its sending side, but whose commands still run, does not keep
-// the next one out. All functions belong to the thread that runs `context`.
+// Serves one controller at a time: reads a line, answers status,RUNNING, has the command carried
+// out and answers its final status line, then takes the next line.
+//
+// A new connection from the address of the one being served takes its place, since controllers
+// reconnect without closing. The command in progress is finished, but its answer and what else the
+// old connection has sent are dropped. A connection from another address is answered ERROR to its
+// first line and closed.
+//
+// Threads: one accepts, and each connection has one of its own, on which its commands run.
 class ControllerServer {
  public:
     // Listens on `endpoint`, a port of 0 being any free one, and says on standard error where.
-    // Throws StartError when that is not possible. All arguments must outlive the server and every
-    // handler of `context`.
-    ControllerServer(asio::io_context& context, const asio::ip::tcp::endpoint& endpoint,
-                     CommandThread& commands, const CommandRunner& runner);
+    // Throws std::runtime_error when that is not possible. `runner` must outlive the server.
+    // Calls `onController` on the accepting thread once a controller is connected.
+    ControllerServer(const asio::ip::tcp::endpoint& endpoint, CommandRunner& runner,
+                     std::function<void()> onController);
 
-    void start();
-
-    // Accepts nobody any more and lets the conversations end; `context` runs out of work after
-    // that.
-    void stop();
+    // Starts no further command; waits for the one in progress and its answer.
+    ~ControllerServer();
+    ControllerServer(const ControllerServer&) = delete;
+    ControllerServer& operator=(const ControllerServer&) = delete;
 
  private:
-    void accept();
-    void onAccepted(std::error_code error, asio::ip::tcp::socket socket);
-    bool hasRoom();
-    void refuse(asio::ip::tcp::socket socket);
+    class Connection;
+    using ConnectionPointer = std::shared_ptr<Connection>;
 
+    void acceptAll();
+    std::error_code take(asio::ip::tcp::socket socket) REQUIRES(mMutex);
+    void serve(ConnectionPointer connection, bool refused);
+
+    CommandRunner& mRunner;
+    const std::function<void()> mOnController;
+    asio::io_context mContext;
     asio::ip::tcp::acceptor mAcceptor;
-    asio::steady_timer mRetry;
-    CommandThread& mCommands;
-    const CommandRunner& mRunner;
-    std::vector<std::weak_ptr<ControllerConnection>> mConnections;
+
+    hostplatform::Mutex mMutex;
+    std::condition_variable mEnded;
+    std::list<ConnectionPointer> mConnections GUARDED_BY(mMutex);  // each until its thread ends
+    ConnectionPointer mServed GUARDED_BY(mMutex);                  // one of them, or null
+    bool mStopping GUARDED_BY(mMutex) = false;
+
+    std::thread mThread;
 };
 
 }  // namespace agent

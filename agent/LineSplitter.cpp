@@ -1,4 +1,4 @@
-#include "LineSplitter.h"
+#include "agent/LineSplitter.h"
 
 #include <utility>
 
@@ -8,11 +8,20 @@ std::vector<Line> LineSplitter::feed(std::string_view bytes) {
     std::vector<Line> lines;
     while (!bytes.empty()) {
         const auto end = bytes.find('\n');
-        const bool overflowed = append(bytes.substr(0, end));
-        if (overflowed) lines.push_back({Line::Kind::TooLong, {}});
-        if (end == std::string_view::npos) break;
-        if (!mSkipping) lines.push_back(take());
-        mSkipping = false;
+        const bool ended = end != std::string_view::npos;
+        const std::string_view part = bytes.substr(0, end);
+        if (!mSkipping) {
+            mPending += part;
+            // A CR right after the longest line may still turn out to be part of its end.
+            if (mPending.size() > kMaxLine + 1 ||
+                (mPending.size() == kMaxLine + 1 && mPending.back() != '\r')) {
+                lines.push_back({{}, "it has more than 65536 bytes"});
+                mPending = {};
+                mSkipping = true;
+            }
+        }
+        if (!ended) break;
+        if (!std::exchange(mSkipping, false)) lines.push_back(take());
         bytes.remove_prefix(end + 1);
     }
     return lines;
@@ -23,25 +32,11 @@ std::optional<Line> LineSplitter::finish() {
     return take();
 }
 
-// True when this makes the line too long.
-bool LineSplitter::append(std::string_view part) {
-    if (mSkipping || part.empty()) return false;
-    const std::size_t size = mPending.size() + part.size();
-    // A CR right after the longest line may still turn out to be part of its end.
-    if (size > kMaxLine + 1 || (size == kMaxLine + 1 && part.back() != '\r')) {
-        mSkipping = true;
-        mPending = {};
-        return true;
-    }
-    mPending += part;
-    return false;
-}
-
 Line LineSplitter::take() {
     std::string text = std::exchange(mPending, {});
     if (!text.empty() && text.back() == '\r') text.pop_back();
-    if (text.find('\0') != std::string::npos) return {Line::Kind::HasNul, {}};
-    return {Line::Kind::Text, std::move(text)};
+    if (text.find('\0') != std::string::npos) return {{}, "it has a NUL byte"};
+    return {std::move(text), nullptr};
 }
 
 }  // namespace agent

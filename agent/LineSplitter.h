@@ -10,13 +10,9 @@
 namespace agent {
 
 struct Line {
-    enum class Kind {
-        Text,     // a line, in `text`, without its end
-        TooLong,  // more than LineSplitter::kMaxLine bytes; `text` is empty
-        HasNul,   // contains a NUL byte; `text` is empty
-    };
-    Kind kind = Kind::Text;
-    std::string text;
+    std::string text;  // without its end; empty when refused
+    const char* fault =
+        nullptr;  // why the line is refused, as an English clause; null if it is not
 };
 
 // Lines end with LF or CRLF; a line's end does not count as part of its length. Holds at most one
@@ -34,7 +30,6 @@ class LineSplitter {
     std::optional<Line> finish();
 
  private:
-    bool append(std::string_view part);
     Line take();
 
     std::string mPending;    // of the line not yet ended; one byte more than kMaxLine for a CR

@@ -1,4 +1,4 @@
-#include "Log.h"
+#include "agent/Log.h"
 
 #include <cstdio>
 

@@ -1,7 +1,7 @@
-#include "Options.h"
+#include "agent/Options.h"
 
 #include <CLI/CLI.hpp>
-#include <charconv>
+#include <asio/io_context.hpp>
 #include <cmath>
 #include <map>
 #include <string_view>
@@ -12,72 +12,86 @@ namespace agent {
 namespace {
 
 using asio::ip::tcp;
+using hostplatform::Peer;
 
-// [ADDR:]PORT, an IPv6 address in brackets.
-std::optional<tcp::endpoint> parseEndpoint(std::string_view text) {
-    asio::ip::address address = asio::ip::address_v4::loopback();
+// [HOST:]PORT, an IPv6 address in brackets. Throws CLI::ValidationError.
+tcp::endpoint parseEndpoint(std::string_view text) {
     const auto colon = text.rfind(':');
-    if (colon != std::string_view::npos) {
-        std::string_view host = text.substr(0, colon);
-        const bool bracketed = host.size() >= 2 && host.front() == '[' && host.back() == ']';
-        if (bracketed) host = host.substr(1, host.size() - 2);
-        std::error_code error;
-        address = asio::ip::make_address(host, error);
-        if (error || address.is_v6() != bracketed) return std::nullopt;
-        text.remove_prefix(colon + 1);
+    std::string host(colon == std::string_view::npos ? "127.0.0.1" : text.substr(0, colon));
+    const std::string port(text.substr(colon + 1));  // npos + 1 is 0
+    if (host.size() > 2 && host.front() == '[' && host.back() == ']') {
+        host = host.substr(1, host.size() - 2);
+    } else if (host.find(':') != std::string::npos) {
+        host.clear();
     }
-    unsigned short port = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-    return tcp::endpoint(address, port);
+    asio::io_context context;
+    std::error_code error;
+    const auto found = tcp::resolver(context).resolve(
+        host, port, tcp::resolver::passive | tcp::resolver::numeric_service, error);
+    if (host.empty() || port.empty() || error || found.empty()) {
+        throw CLI::ValidationError("--listen", "not [HOST:]PORT: " + std::string(text));
+    }
+    return *found.begin();
 }
 
 }  // namespace
 
 std::optional<int> Options::parse(int argc, const char* const* argv) {
-    using hostplatform::Peer;
-    static const std::map<std::string, Peer> kPeers = {{"answers", Peer::Answers},
-                                                       {"silent", Peer::Silent},
-                                                       {"refuses", Peer::Refuses},
-                                                       {"late", Peer::Late},
-                                                       {"linked", Peer::Linked}};
+    const std::map<std::string, Peer> peers = {{"answers", Peer::Answers},
+                                               {"silent", Peer::Silent},
+                                               {"refuses", Peer::Refuses},
+                                               {"late", Peer::Late},
+                                               {"linked", Peer::Linked}};
+    std::string listenText;
+    std::string peerName = "answers";
+    int waitSeconds = static_cast<int>(waitLimit.count());
 
     CLI::App app(
         "Takes Wi-Fi Display test commands (CAPI lines) from scripts and from a controller over\n"
         "TCP, and has libmiracastSigma.so carry them out on a simulated device.\n"
         "Without FILE and --listen it reads commands from standard input.",
         "capi-agent");
-    std::string listenText;
-    int waitSeconds = static_cast<int>(waitLimit.count());
+    app.option_defaults()->always_capture_default();
     app.add_option("FILE", scripts, "Scripts to run, one after the other; - is standard input")
         ->type_name("");
     app.add_option("--listen", listenText,
-                   "Serve a controller on this address (default 127.0.0.1) and port (0: any); goes "
-                   "on after the scripts")
-        ->type_name("[ADDR:]PORT")
-        ->check([this](const std::string& text) {
-            listen = parseEndpoint(text);
-            return listen ? std::string() : "not [ADDR:]PORT: " + text;
-        });
-    app.add_option("--wait-limit", waitSeconds,
-                   "How many seconds a script waits at most for what its #wait asks for (60)")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(1, 3600).description(""));
-    app.add_option("--library", library,
-                   "The library (default: beside the program or in ../lib from there)")
-        ->type_name("PATH");
+                   "Serve a test controller on this port (0: any) of this host or address, without "
+                   "one of 127.0.0.1; after the scripts")
+        ->type_name("[HOST:]PORT");
+    app.add_option(
+           "--replies", replies,
+           "Answer commands that the library does not carry out from this file, a line each: "
+           "NAME[,VALUES]")
+        ->type_name("FILE");
     app.add_option("--journal", journal,
                    "Write commands, answers and what the simulated device is made to do to a file")
         ->type_name("FILE");
-    app.add_flag("--trace", trace, "Print, under each command, what it made the device do");
+    app.add_option(
+           "--log", log,
+           "Write the device's log to a file, in logcat's form; what ANDROID_LOG_TAGS shows, "
+           "if it is set. Without --log that goes to standard error")
+        ->type_name("FILE");
+    app.add_option("--report", report,
+                   "Write a picture of the run to this file, a page for a browser: at the end, on "
+                   "SIGUSR1, and when a controller connects")
+        ->type_name("FILE");
+    app.add_flag("--trace", trace,
+                 "Print, under each command, what it made the device do. Waits for that up to 2 "
+                 "seconds of real time before the next command, which changes the timing of a test "
+                 "with --listen");
     app.add_option("--time-scale", timeScale, "Device time passes this many times as fast")
         ->type_name("FACTOR");
-    app.add_option(
-           "--peer", peer,
-           "What the simulated peer does: answers, silent, refuses or late; linked: the peer is "
-           "the device of another agent, over TCP")
+    app.add_option("--peer", peerName,
+                   "What the simulated peer does; linked: the peer is the device of another agent, "
+                   "over TCP")
         ->type_name("PEER")
-        ->transform(CLI::CheckedTransformer(kPeers, CLI::ignore_case).description(""));
+        ->transform(CLI::IsMember(&peers, CLI::ignore_case));
+    app.add_option("--wait-limit", waitSeconds, "How long a script's #wait waits at most")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1, 3600));
+    app.add_option("--library", library,
+                   "The library, if not the one beside the program or in ../lib from there")
+        ->type_name("PATH");
     app.set_version_flag("--version", "capi-agent " CAPI_AGENT_VERSION);
 
     try {
@@ -85,9 +99,11 @@ std::optional<int> Options::parse(int argc, const char* const* argv) {
         if (!std::isfinite(timeScale) || timeScale <= 0) {
             throw CLI::ValidationError("--time-scale", "must be a number above 0");
         }
+        if (!listenText.empty()) listen = parseEndpoint(listenText);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : 2;
     }
+    peer = peers.at(peerName);
     waitLimit = std::chrono::seconds(waitSeconds);
     if (scripts.empty() && !listen) scripts.push_back("-");
     return std::nullopt;

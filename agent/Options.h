@@ -7,16 +7,18 @@
 #include <string>
 #include <vector>
 
-#include "SessionService.h"
+#include "host/SimulatedDevice.h"
 
 namespace agent {
 
 struct Options {
+    std::vector<std::string> scripts;  // "-": standard input, also when nothing else is asked for
     std::optional<asio::ip::tcp::endpoint> listen;
-    std::vector<std::string>
-        scripts;          // "-" is standard input; it is read when nothing else is asked
+    std::string replies;  // these five are files; empty: none
+    std::string log;
+    std::string journal;
+    std::string report;
     std::string library;  // empty: the one beside the program
-    std::string journal;  // empty: none
     bool trace = false;
     double timeScale = 1;
     std::chrono::seconds waitLimit{60};

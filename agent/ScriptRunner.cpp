@@ -1,4 +1,4 @@
-#include "ScriptRunner.h"
+#include "agent/ScriptRunner.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -7,22 +7,19 @@
 
 #include <array>
 #include <cerrno>
-#include <chrono>
-#include <cstdio>
-#include <future>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
-#include "DeviceTrace.h"
-#include "Journal.h"
-#include "Log.h"
-#include "Script.h"
-#include "StartError.h"
-#include "Text.h"
+#include "agent/Log.h"
+#include "agent/Text.h"
+#include "host/SimulatedDevice.h"
 
 namespace agent {
 
 namespace {
+
+using hostplatform::UniqueFd;
 
 constexpr std::chrono::seconds kSettleWait{10};
 
@@ -32,33 +29,39 @@ std::string errorText() { return std::generic_category().message(errno); }
 // to a descriptor of its own.
 int takeStandardInput() {
     const int script = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    const FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
-    if (script >= 0 && nothing.get() >= 0) dup2(nothing.get(), STDIN_FILENO);
+    const UniqueFd nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    if (script >= 0 && nothing) dup2(nothing.get(), STDIN_FILENO);
     return script;
 }
 
-FileDescriptor openScript(const std::string& path) {
-    FileDescriptor file(path == "-" ? takeStandardInput()
-                                    : open(path.c_str(), O_RDONLY | O_CLOEXEC));
+UniqueFd openScript(const std::string& path) {
+    UniqueFd file(path == "-" ? takeStandardInput() : open(path.c_str(), O_RDONLY | O_CLOEXEC));
     struct stat status {};
-    if (file.get() < 0 || fstat(file.get(), &status) != 0) {
-        throw StartError("cannot read the script " + path + ": " + errorText());
+    if (!file || fstat(file.get(), &status) != 0) {
+        throw std::runtime_error("cannot read the script " + path + ": " + errorText());
     }
     if (S_ISDIR(status.st_mode)) {
-        throw StartError("cannot read the script " + path + ": it is a directory");
+        throw std::runtime_error("cannot read the script " + path + ": it is a directory");
     }
     return file;
 }
 
+bool beginsWith(std::string_view text, std::string_view part) {
+    return text.substr(0, part.size()) == part;
+}
+
+// The first word of `text`, and what follows it.
+std::pair<std::string_view, std::string_view> splitWord(std::string_view text) {
+    const std::string_view word = text.substr(0, text.find_first_of(" \t"));
+    return {word, trimmed(text.substr(word.size()))};
+}
+
 }  // namespace
 
-ScriptRunner::ScriptRunner(const std::vector<std::string>& paths, CommandThread& commands,
-                           const CommandRunner& runner, std::chrono::seconds waitLimit)
-    : mCommands(commands),
-      mRunner(runner),
-      mWaitLimit(waitLimit),
-      mStopEvent(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (mStopEvent.get() < 0) throw StartError("cannot run scripts: " + errorText());
+ScriptRunner::ScriptRunner(const std::vector<std::string>& paths, CommandRunner& runner,
+                           std::chrono::seconds waitLimit)
+    : mRunner(runner), mWaitLimit(waitLimit), mStopEvent(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (!mStopEvent) throw std::runtime_error("cannot run scripts: " + errorText());
     for (const std::string& path : paths) {
         mInputs.push_back({path == "-" ? "(standard input)" : path, openScript(path)});
     }
@@ -66,11 +69,10 @@ ScriptRunner::ScriptRunner(const std::vector<std::string>& paths, CommandThread&
 
 bool ScriptRunner::run() {
     for (const Input& input : mInputs) {
-        if (!mStopped) runScript(input);
-        if (mStopped) {
-            logLine(input.name + " was stopped before its end");
-            return false;
-        }
+        runScript(input);
+        if (!mStopped) continue;
+        logLine(input.name + " was stopped before its end");
+        return false;
     }
     return mAsExpected;
 }
@@ -83,7 +85,7 @@ void ScriptRunner::stop() {
 void ScriptRunner::runScript(const Input& input) {
     mName = input.name;
     mLineNumber = 0;
-    mWaitFrom = hostplatform::Journal::instance().mark();
+    mWaitFrom = hostplatform::device().journal().mark();
     LineSplitter splitter;
     while (!mStopped) {
         const std::string bytes = readSome(input);
@@ -98,50 +100,63 @@ void ScriptRunner::runScript(const Input& input) {
 void ScriptRunner::onLine(const Line& line) {
     if (mStopped) return;
     ++mLineNumber;
-    const ScriptLine parsed = line.kind == Line::Kind::Text
-                                  ? ScriptLine::parse(line.text)
-                                  : ScriptLine{ScriptLine::Kind::Command, {}, {}};
-    switch (parsed.kind) {
-        case ScriptLine::Kind::Nothing:
-            break;
-        case ScriptLine::Kind::Wrong:
-            fail(parsed.text);
-            break;
-        case ScriptLine::Kind::Expect:
-            endExpectation();
-            mExpectation = parsed.text;
-            break;
-        case ScriptLine::Kind::Settle:
-            if (!waitDeviceAtRest(kSettleWait)) fail("the device does not come to rest");
-            break;
-        case ScriptLine::Kind::Wait:
-            waitFor(parsed.component, parsed.text);
-            break;
-        case ScriptLine::Kind::Command:
-            runCommand(line);
-            break;
+    const std::string_view text = trimmed(line.text);
+    if (line.fault == nullptr && (text.empty() || (text.front() == '#' && onDirective(text))))
+        return;
+    runCommand(line);
+}
+
+// A comment is a directive that asks for nothing. But what merely begins like a check is a mistake:
+// passed over as a comment it would let the script succeed without the check.
+bool ScriptRunner::onDirective(std::string_view line) {
+    const auto [word, argument] = splitWord(line);
+    if (word == "#settle") {
+        if (!CommandRunner::waitDeviceAtRest(kSettleWait)) fail("the device does not come to rest");
+    } else if (word == "#expect") {
+        expectNext(argument);
+    } else if (word == "#wait") {
+        waitFor(argument);
+    } else if (beginsWith(word, "#expect") || beginsWith(word, "#wait")) {
+        fail("unknown directive " + printable(word));
     }
+    return true;
 }
 
 void ScriptRunner::runCommand(const Line& line) {
-    std::promise<std::optional<std::string>> promise;
-    mCommands.post(
-        line, mRunner.accept(line), true,
-        [&promise](const std::optional<std::string>& answer) { promise.set_value(answer); });
-    const std::optional<std::string> answer = promise.get_future().get();
-    if (answer && !isExpected(*answer, mExpectation)) {
-        fail("expected status," + mExpectation.value_or("COMPLETE") + ", got " + *answer);
+    const hostplatform::Lock turn(mRunner.turn());
+    const std::string answer = mRunner.run(line, true);
+    const std::string wanted = "status," + mExpectation.value_or("COMPLETE");
+    if (answer != wanted && !beginsWith(answer, wanted + ',')) {
+        fail("expected " + wanted + ", got " + answer);
     }
     mExpectation.reset();
+    mRunner.traceDevice();
 }
 
-void ScriptRunner::waitFor(const std::string& component, const std::string& text) {
+void ScriptRunner::expectNext(std::string_view text) {
+    endExpectation();
+    const std::string_view status = text.substr(0, text.find(','));
+    if (status == "COMPLETE" || status == "ERROR" || status == "INVALID") {
+        mExpectation = text;
+    } else {
+        fail("an expectation begins with COMPLETE, ERROR or INVALID, got \"" + printable(text) +
+             '"');
+    }
+}
+
+void ScriptRunner::waitFor(std::string_view argument) {
+    const auto [component, text] = splitWord(argument);
+    if (text.empty()) {
+        fail("a wait names a component and a text, got \"" + printable(argument) + '"');
+        return;
+    }
     // In short pieces, so that stop() is heard.
     constexpr std::chrono::milliseconds kPiece{50};
-    const auto& journal = hostplatform::Journal::instance();
     const auto deadline = std::chrono::steady_clock::now() + mWaitLimit;
     while (!mStopped) {
-        if (const auto entry = journal.waitFor(component, text, mWaitFrom, kPiece)) {
+        const auto entry = hostplatform::device().journal().waitFor(
+            std::string(component), std::string(text), mWaitFrom, kPiece);
+        if (entry) {
             mWaitFrom = entry->sequence + 1;
             return;
         }
@@ -155,6 +170,7 @@ void ScriptRunner::waitFor(const std::string& component, const std::string& text
 // An expectation that no command has met checks nothing.
 void ScriptRunner::endExpectation() {
     if (mExpectation) fail("expected status," + *mExpectation + ", but no command followed");
+    mExpectation.reset();
 }
 
 // The next bytes, or none at the end, on failure and when stopped.
@@ -173,7 +189,9 @@ std::string ScriptRunner::readSome(const Input& input) {
 }
 
 void ScriptRunner::fail(const std::string& what) {
-    logLine(mName + ":" + std::to_string(mLineNumber) + ": " + what);
+    const std::string line = mName + ":" + std::to_string(mLineNumber) + ": " + what;
+    logLine(line);
+    hostplatform::device().journal().add("script", line);
     mAsExpected = false;
 }
 

@@ -6,13 +6,11 @@
 
 namespace agent {
 
-// `text` without the blanks (space, tab, CR) around it, or only without those at its end.
+// `text` without the blanks (space, tab, CR) around it.
 std::string_view trimmed(std::string_view text);
-std::string_view trimmedRight(std::string_view text);
 
 // ASCII letters only, whatever the locale is.
 std::string lowerCase(std::string_view text);
-bool equalsIgnoreCase(std::string_view a, std::string_view b);
 
 // `text` fit for a log or a terminal: control characters become \xNN, and of a text longer than
 // `limit` bytes only the beginning is shown, followed by "...".
