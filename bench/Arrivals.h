@@ -1,12 +1,14 @@
-// What a benchmark's own thread and the thread that it measures tell each other.
+// Counts what arrives on a measured thread and notes when the last came; can keep that thread.
+//
+// The benchmark's thread says how many it expects before it causes the first; everything but mLeft
+// is ordered by that and by the semaphores.
 #pragma once
 
-#include <sched.h>
 #include <semaphore.h>
-#include <sys/types.h>
 
 #include <atomic>
-#include <chrono>
+
+#include "compare.h"
 
 class Semaphore {
  public:
@@ -25,53 +27,33 @@ class Semaphore {
     sem_t mSemaphore;
 };
 
-// Counts results, notes when the last one arrived, and can keep the thread that brings them.
-//
-// The benchmark's thread gives a number to wait for before it causes the first result; everything
-// but mLeft is ordered by that result and by the semaphores.
 class Arrivals {
  public:
-    using Clock = std::chrono::steady_clock;
-
     // On the measured thread.
-    void arrived();
+    void arrived() {
+        if (mLeft.fetch_sub(1) != 1) return;
+        mLast = Clock::now();
+        const bool held = mHold;
+        mAll.post();
+        if (held) mReleased.wait();
+    }
 
-    // On the benchmark's thread.
-    void expect(int count) { mLeft = count; }
-    // When the last of the expected results arrived.
-    Clock::time_point wait();
-    // Keeps the measured thread in its next result, which is not counted.
-    void hold() { mHold = true; }
-    void waitHeld() { mHeld.wait(); }
+    // With `hold`, the last one keeps the measured thread until release().
+    void expect(int count, bool hold = false) {
+        mHold = hold;
+        mLeft = count;
+    }
+    // Returns when the last one arrived.
+    Clock::time_point wait() {
+        mAll.wait();
+        return mLast;
+    }
     void release() { mReleased.post(); }
-    // Waits until the measured thread, which has brought a result before, sleeps.
-    void waitAsleep() const;
-    pid_t thread() const { return mThread; }
 
  private:
     std::atomic<int> mLeft{0};
-    std::atomic<bool> mHold{false};
+    bool mHold = false;
     Clock::time_point mLast;
-    pid_t mThread = 0;
     Semaphore mAll;
-    Semaphore mHeld;
     Semaphore mReleased;
 };
-
-// For the length of a scope, keeps the calling thread and another one on a CPU each, if there are
-// two: whether the scheduler puts them together makes a difference of a factor of two between runs.
-class Apart {
- public:
-    explicit Apart(pid_t thread);
-    ~Apart();
-    Apart(const Apart&) = delete;
-    Apart& operator=(const Apart&) = delete;
-
- private:
-    const pid_t mThread;
-    cpu_set_t mAll;
-};
-
-inline double seconds(Arrivals::Clock::duration duration) {
-    return std::chrono::duration<double>(duration).count();
-}

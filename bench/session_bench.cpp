@@ -1,24 +1,17 @@
 // What the session client brings on its own threads: events and user input.
-#include <chrono>
 #include <cstring>
 #include <list>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
-#include "Benchmarks.h"
-#include "TextFormat.h"
 #include "android/log.h"
+#include "compare.h"
 #include "session_events.h"
 #include "uibc.h"
 
 namespace {
-
-using benchmark::State;
-
-constexpr int kEvents = 10'000;
-constexpr int kThreads = 4;
-constexpr int kInputs = 100'000;
 
 struct Event {
     const char* name;
@@ -54,74 +47,68 @@ void logOnly(const Event& event) {
 }
 
 template <typename Callback>
-void forEvents(int count, const Callback& callback) {
-    for (int i = 0; i < count; ++i) callback(events[static_cast<size_t>(i) % std::size(events)]);
+void forEvents(size_t count, Callback callback) {
+    for (size_t i = 0; i < count; ++i) callback(events[i % std::size(events)]);
 }
 
-void handleEvents(State& state) {
-    const int all = std::size(events);
-    if (logOf([] { forEvents(all, handle); }) != logOf([] { forEvents(all, logOnly); })) {
-        state.SkipWithError("not the same log lines as the yardstick");
-    }
-    while (state.KeepRunning()) forEvents(kEvents, handle);
+template <typename Callback>
+std::vector<std::string> logOf(Callback callback) {
+    const uint64_t start = hostplatform::device().journal().mark();
+    forEvents(std::size(events), callback);
+    return hostplatform::device().journal().texts("log", start);
 }
 
-void logEvents(State& state) {
-    while (state.KeepRunning()) forEvents(kEvents, logOnly);
+void sessionEvents(benchmark::State& state) {
+    constexpr int kCount = 1000;
+    hostplatform::device().log().writeTo(nullptr, nullptr);
+    hostplatform::device().log().setDropped(false);
+    hostplatform::device().journal().setCapacity(1000);
+    if (logOf(handle) != logOf(logOnly)) state.SkipWithError("not the yardstick's log lines");
+    compare(
+        state, kCount, 1.25, [] { return timed([] { forEvents(kCount, handle); }); },
+        [] { return timed([] { forEvents(kCount, logOnly); }); });
 }
+BENCHMARK(sessionEvents)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 std::mutex bareLock;
 std::list<uibcInfo> bareList;
 
-bool appendBare(const WFD_uibc_event_t& event) {
+void appendBare(const WFD_uibc_event_t& event) {
     uibcInfo info{event.type, {}};
     memcpy(info.params, event.params, sizeof info.params);
     const std::lock_guard lock(bareLock);
     bareList.push_back(info);
-    return true;
 }
 
-// Appends from all threads at once; the time of it, with that of starting the threads.
-template <typename Append>
-void measureInputs(State& state, std::list<uibcInfo>& list, Append append) {
-    while (state.KeepRunning()) {
-        const auto begin = std::chrono::steady_clock::now();
-        std::vector<std::thread> threads;
-        threads.reserve(kThreads);
-        for (int i = 0; i < kThreads; ++i) {
-            threads.emplace_back([append] {
-                WFD_uibc_event_t event{};
-                event.type = 1;
-                for (int input = 0; input < kInputs / kThreads; ++input) append(event);
-            });
-        }
-        for (std::thread& thread : threads) thread.join();
-        const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
-        state.SetIterationTime(taken.count());
-        if (list.size() != kInputs) state.SkipWithError("events were lost");
+// Appends from four threads at once; with the time of starting them.
+void inputEvents(benchmark::State& state) {
+    static constexpr size_t kThreads = 4;
+    static constexpr size_t kCount = 20'000;
+    const auto measure = [&](std::list<uibcInfo>& list, auto append) {
+        const double taken = timed([&] {
+            std::vector<std::thread> threads;
+            for (size_t i = 0; i < kThreads; ++i) {
+                threads.emplace_back([append] {
+                    WFD_uibc_event_t event{};
+                    event.type = 1;
+                    for (size_t input = 0; input < kCount / kThreads; ++input) append(event);
+                });
+            }
+            for (std::thread& thread : threads) thread.join();
+        });
+        if (list.size() != kCount) state.SkipWithError("events were lost");
         list.clear();
-    }
+        return taken;
+    };
+    compare(
+        state, kCount, 1.25,
+        [&] {
+            return measure(*myList, [](WFD_uibc_event_t& event) {
+                injectEvent(&event, nullptr, nullptr, nullptr);
+            });
+        },
+        [&] { return measure(bareList, appendBare); });
 }
-
-void queueInputs(State& state) {
-    measureInputs(state, myList, [](WFD_uibc_event_t& event) {
-        return injectEvent(&event, nullptr, nullptr, nullptr);
-    });
-}
-
-void queueInputsBare(State& state) { measureInputs(state, bareList, appendBare); }
+BENCHMARK(inputEvents)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 }  // namespace
-
-void addSessionBenchmarks(Table& table) {
-    benchmark::RegisterBenchmark("events/ours", handleEvents);
-    benchmark::RegisterBenchmark("events/yardstick", logEvents);
-    table.add(hostplatform::format("%d session events", kEvents), {"events/ours", "", ""},
-              "the same log lines", {"events/yardstick", "", ""}, {Aim::Kind::Ratio, 1.5});
-
-    benchmark::RegisterBenchmark("uibc/ours", queueInputs)->UseManualTime();
-    benchmark::RegisterBenchmark("uibc/yardstick", queueInputsBare)->UseManualTime();
-    table.add(hostplatform::format("%d input events, %d threads", kInputs, kThreads),
-              {"uibc/ours", "", ""}, "std::list, std::mutex", {"uibc/yardstick", "", ""},
-              {Aim::Kind::Ratio, 1.2});
-}

@@ -1,53 +1,59 @@
 // The trigger, over the loopback interface.
 #include <netinet/in.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <string>
 #include <thread>
 
 #include "Arrivals.h"
-#include "Benchmarks.h"
 #include "WFDTriggerTcpClient.h"
 #include "WFDTriggerTcpServer.h"
 
 namespace {
 
-using benchmark::State;
-
 constexpr int kPort = 7236;  // what is asked for; nobody connects to it
-constexpr size_t kCommandSize = 4;
+constexpr ssize_t kCommandSize = 4;
 
 // One for both servers: a trigger callback has no context.
 Arrivals arrivals;
 
-void triggered(const char* /*address*/, int port) {
-    if (port == kPort) arrivals.arrived();
-}
+void triggered(const char* /*address*/, int /*port*/) { arrivals.arrived(); }
 
+// The least that does the same, without log lines.
 class BareServer {
  public:
-    BareServer() : mListener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        socklen_t size = sizeof address;
-        if (bind(mListener, reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
+    BareServer() {
+        socklen_t size = sizeof mAddress;
+        mAddress.sin_family = AF_INET;
+        mAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (bind(mListener, reinterpret_cast<sockaddr*>(&mAddress), size) != 0 ||
             listen(mListener, 2) != 0 ||
-            getsockname(mListener, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
-            return;
+            getsockname(mListener, reinterpret_cast<sockaddr*>(&mAddress), &size) != 0) {
+            abort();
         }
-        mPort = ntohs(address.sin_port);
         mThread = std::thread([this] { run(); });
     }
     ~BareServer() {
         shutdown(mListener, SHUT_RDWR);
-        if (mThread.joinable()) mThread.join();
+        mThread.join();
         close(mListener);
     }
     BareServer(const BareServer&) = delete;
     BareServer& operator=(const BareServer&) = delete;
 
-    int port() const { return mPort; }
+    // As a client.
+    void trigger() const {
+        const unsigned char command[kCommandSize] = {0, 2, kPort >> 8, kPort & 0xff};
+        const int connection = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        if (connect(connection, reinterpret_cast<const sockaddr*>(&mAddress), sizeof mAddress) !=
+                0 ||
+            write(connection, command, sizeof command) != kCommandSize) {
+            abort();
+        }
+        arrivals.wait();
+        close(connection);
+    }
 
  private:
     void run() const {
@@ -55,81 +61,56 @@ class BareServer {
             const int connection = accept4(mListener, nullptr, nullptr, SOCK_CLOEXEC);
             if (connection < 0) return;
             unsigned char command[kCommandSize];
-            if (read(connection, command, sizeof command) == sizeof command) {
+            if (read(connection, command, sizeof command) == kCommandSize) {
                 triggered(nullptr, command[2] << 8 | command[3]);
             }
             close(connection);
         }
     }
 
-    const int mListener;
-    int mPort = -1;
+    const int mListener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in mAddress{};
     std::thread mThread;
 };
 
-// `Client` connects and sends; its connection is closed when it goes.
-template <typename Client>
-void measure(State& state, int port) {
-    bool asleep = false;  // known once the thread has brought one
-    while (state.KeepRunning()) {
-        if (asleep) arrivals.waitAsleep();
-        arrivals.expect(1);
-        const auto begin = Arrivals::Clock::now();
-        const Client client(port);
-        state.SetIterationTime(seconds(arrivals.wait() - begin));
-        asleep = true;
-    }
-}
-
-class OurClient {
+// Keeps this thread, and those that it makes, on one CPU: whether the scheduler has put a server's
+// thread on the same one makes a difference of a factor of three.
+class OneCpu {
  public:
-    explicit OurClient(int port) : mClient("127.0.0.1", port) {
-        mClient.retrytcpconnect(port);
-        mClient.trigger("127.0.0.1", kPort);
+    OneCpu() {
+        sched_getaffinity(0, sizeof mAll, &mAll);
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(static_cast<size_t>(sched_getcpu()), &one);
+        sched_setaffinity(0, sizeof one, &one);
     }
+    ~OneCpu() { sched_setaffinity(0, sizeof mAll, &mAll); }
+    OneCpu(const OneCpu&) = delete;
+    OneCpu& operator=(const OneCpu&) = delete;
 
  private:
-    WFDTriggerTcpClient mClient;
+    cpu_set_t mAll;
 };
 
-class BareClient {
- public:
-    explicit BareClient(int port) : mSocket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(static_cast<uint16_t>(port));
-        const unsigned char command[kCommandSize] = {0, 2, kPort >> 8, kPort & 0xff};
-        if (connect(mSocket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
-            (void)!write(mSocket, command, sizeof command);
-        }
-    }
-    ~BareClient() { close(mSocket); }
-    BareClient(const BareClient&) = delete;
-    BareClient& operator=(const BareClient&) = delete;
-
- private:
-    const int mSocket;
-};
-
-void ours(State& state) {
+// From connecting until the callback.
+void trigger(benchmark::State& state) {
+    const OneCpu oneCpu;
     WFDTriggerTcpServer server;
     server.setCallback(triggered);
-    measure<OurClient>(state, server.getServerPort());
+    const BareServer bare;
+    const auto ours = [&] {
+        WFDTriggerTcpClient client("127.0.0.1", server.getServerPort());
+        client.trigger("127.0.0.1", kPort);
+        arrivals.wait();
+    };
+    const auto take = [](auto action) {
+        arrivals.expect(1);
+        return timed(action);
+    };
+    compare(
+        state, 1, 1.25, [&] { return take(ours); }, [&] { return take([&] { bare.trigger(); }); });
 }
-
-void yardstick(State& state) {
-    const BareServer server;
-    measure<BareClient>(state, server.port());
-}
+// Few: each leaves a port of this host in use for a minute.
+BENCHMARK(trigger)->UseManualTime()->Unit(benchmark::kMicrosecond)->Iterations(2000);
 
 }  // namespace
-
-void addTriggerBenchmarks(Table& table) {
-    // Few: each leaves a port of this host in use for a minute.
-    benchmark::RegisterBenchmark("trigger/ours", ours)->UseManualTime()->Iterations(300);
-    benchmark::RegisterBenchmark("trigger/yardstick", yardstick)->UseManualTime()->Iterations(300);
-    table.add("trigger: connect to callback", {"trigger/ours", "", ""},
-              "bare connect and write, accept and read", {"trigger/yardstick", "", ""},
-              {Aim::Kind::Ratio, 1.3});
-}

@@ -4,9 +4,7 @@
 
 #include <cstring>
 
-#include "Clock.h"
-#include "Journal.h"
-#include "SessionService.h"
+#include "host/SimulatedDevice.h"
 
 std::vector<char> exactText(const std::string& text) {
     return {text.c_str(), text.c_str() + strlen(text.c_str()) + 1};
@@ -14,10 +12,11 @@ std::vector<char> exactText(const std::string& text) {
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
     setenv("ANDROID_LOG_TAGS", "*:S", 1);
-    hostplatform::Journal::instance().setCapacity(16);
-    hostplatform::setTimeScale(1e12);
+    hostplatform::device().journal().setCapacity(16);
+    hostplatform::device().clock().setScale(1e12);
+    hostplatform::device().properties().simulateMdns(true);
     prctl(PR_SET_TIMERSLACK, 1);  // or each of the many short waits would last 50 microseconds
-    hostplatform::setPeer(hostplatform::Peer::Silent);
+    hostplatform::device().session().setPeer(hostplatform::Peer::Silent);
     return 0;
 }
 

@@ -1,106 +1,84 @@
-// The DNS-SD command channel, on the tests' client library: a line is an argument vector, its words
-// separated by tabs. A line that begins with "!" is the daemon's: "!answer", with the texts of a
-// result of the newest request; "!break", its connection ends; "!refuse", so does the next call.
+// The DNS-SD command channel and the results of its requests. A line is an argument vector, its
+// words separated by tabs. A line that begins with "!" is the daemon's: "!answer", with the fields
+// of a result of the newest request; "!break", its connection ends; "!refuse", so does the next
+// call.
 //
 // At the end everything is stopped. Each command must have been answered once, and the client
 // library must have nothing to complain of and nothing left.
-#include <algorithm>
-#include <atomic>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-#include <string_view>
-#include <vector>
+#include <cstring>
+#include <sstream>
 
 #include "FakeDnsSd.h"
 #include "FuzzDevice.h"
-#include "MDnsSdChannel.h"
+#include "WFDmDns.h"
 
 namespace {
 
-constexpr size_t kMostCommands = 32;
+FakeDnsSd& library() { return FakeDnsSd::instance(); }
 
-class CountingListener : public MDnsResultListener {
- public:
-    size_t answers = 0;  // on the thread of the commands
-
-    int sendMsg(int /*code*/, const char* message, bool /*flag*/) override {
-        require(message != nullptr);
+// This device's own discovery, which gives no commands by itself.
+struct Listener : WFDmDns {
+    int sendMsg(int code, const char* message, bool flag) noexcept override {
         ++answers;
-        return 0;
+        return WFDmDns::sendMsg(code, message, flag);
     }
-    int sendBroadcast(int, const char*, bool) override { return 0; }
-    void onDiscoverResult(int, const char*, const char*, const char*) override {}
-    void onRegisterResult(int, const char*, const char*, const char*) override {}
-    void onResolveResult(int, const char*, const char*, int, int, const unsigned char*) override {}
-    void onGetAddrResult(int, const char*, const char*) override {}
+    void onResolveResult(int, const char*, const char*, int, int,
+                         const unsigned char*) noexcept override {}
+    size_t answers = 0;  // on the thread of the commands
 };
 
-std::vector<std::string> split(std::string_view text, char separator) {
-    std::vector<std::string> parts;
-    while (!text.empty()) {
-        const size_t end = std::min(text.find(separator), text.size());
-        parts.emplace_back(text.substr(0, end));
-        text.remove_prefix(std::min(end + 1, text.size()));
-    }
-    return parts;
-}
-
-void give(MDnsSdChannel& channel, const std::vector<std::string>& words) {
-    std::vector<std::vector<char>> texts;
-    std::vector<char*> arguments;
-    for (const std::string& word : words)
-        arguments.push_back(texts.emplace_back(exactText(word)).data());
-    arguments.shrink_to_fit();
-    const int argc = static_cast<int>(arguments.size());
-    require(channel.runCommand(argc, arguments.data()) == (argc < 2 ? -1 : 0));
+void onService(int, const MDnsWfdServiceInfo* info) {
+    require(info == nullptr || memchr(info->serviceName, 0, sizeof info->serviceName) != nullptr);
 }
 
 void playDaemon(const std::vector<std::string>& words) {
-    FakeDnsSd& library = FakeDnsSd::instance();
     const auto word = [&](size_t i) { return i < words.size() ? words[i] : ""; };
     if (words[0] == "!answer") {
-        FakeDnsSd::Result result;
+        FakeDnsSd::Result result{word(2), word(3), word(4), word(2), 1, {}, word(4)};
+        const std::string txt = word(5);
+        result.txt.assign(txt.begin(), txt.end());
         result.error = atoi(word(1).c_str());
-        result.name = result.target = word(2);
-        result.type = word(3);
-        result.domain = result.address = word(4);
-        result.txt.assign(result.name.begin(), result.name.end());
-        library.answer(library.newest(), result);
-    } else if (words[0] == "!break") {
-        library.breakConnection(library.newest());
-    } else if (words[0] == "!refuse") {
-        FakeDnsSd::failNextCall(kDNSServiceErr_Unknown);
+        library().answer(library().newest(), result);
     }
+    if (words[0] == "!break") library().breakConnection(library().newest());
+    if (words[0] == "!refuse") FakeDnsSd::failNextCall(kDNSServiceErr_Unknown);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static CountingListener listener;
+    static auto& listener = *new Listener;
     static MDnsSdChannel channel(&listener);
-    FakeDnsSd& library = FakeDnsSd::instance();
-    library.setJournalled(false);
-
+    FakeDnsSd::failNextCall(kDNSServiceErr_Unknown);  // without a request of its own
+    static const int refused = listener.discover(WFD_R2_PRIMARY_SINK, onService);
+    FakeDnsSd::failNextCall(kDNSServiceErr_NoError);
+    library().journalled = false;
+    const auto give = [](const std::vector<std::string>& words) {
+        std::vector<std::vector<char>> texts;
+        std::vector<char*> arguments;
+        for (const std::string& word : words) {
+            arguments.push_back(texts.emplace_back(exactText(word)).data());
+        }
+        const int count = static_cast<int>(arguments.size());
+        require(channel.runCommand(count, arguments.data()) == (count < 2 ? -1 : 0));
+    };
+    require(refused == 501);
     listener.answers = 0;
     size_t given = 0;
-    std::vector<std::string> lines = split({reinterpret_cast<const char*>(data), size}, '\n');
-    if (lines.size() > kMostCommands) lines.resize(kMostCommands);
+    std::istringstream lines(std::string(reinterpret_cast<const char*>(data), size));
     std::vector<std::string> ids;
-    for (const std::string& line : lines) {
-        const std::vector<std::string> words = split(line, '\t');
-        if (!words.empty() && words[0].rfind('!', 0) == 0) {
-            playDaemon(words);
-            continue;
-        }
-        give(channel, words);
-        ++given;
-        if (words.size() > 2) ids.push_back(words[2]);
+    for (std::string line; given < 32 && std::getline(lines, line);) {
+        std::vector<std::string> words;
+        std::istringstream rest(line);
+        for (std::string word; std::getline(rest, word, '\t');) words.push_back(word);
+        const bool daemon = !words.empty() && words[0][0] == '!';
+        daemon ? playDaemon(words) : give(words);
+        if (!daemon) ++given;
+        if (!daemon && words.size() > 2) ids.push_back(words[2]);
     }
     FakeDnsSd::failNextCall(kDNSServiceErr_NoError);
-    for (const std::string& id : ids) give(channel, {"0", "stop-discover", id});
+    for (const std::string& id : ids) give({"0", "stop-discover", id});
     require(listener.answers == given + ids.size());
-    require(library.takeViolations().empty());
-    require(library.liveCount() == 0);
+    require(library().takeViolations().empty() && library().liveCount() == 0);
     return 0;
 }

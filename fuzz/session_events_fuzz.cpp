@@ -1,38 +1,20 @@
 // Reports of the session client: names, counts and texts.
 //
 // A count is never larger than the array, which is of exactly that size: nobody could tell. The
-// workers that the handler starts run at once and on its own thread, so that an input does the same
-// every time (the target is linked with --wrap=pthread_create). The number that stands for a
-// producer's address is always that of one that there is.
+// number that stands for a producer's address is always that of one that there is. No thread can be
+// started, so that an input does the same every time. The same input then goes through the queue of
+// the user's events.
 #include <fuzzer/FuzzedDataProvider.h>
-#include <pthread.h>
 
-#include <algorithm>
-#include <array>
-#include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <memory>
-#include <string>
-#include <vector>
 
 #include "FuzzDevice.h"
 #include "gui/IGraphicBufferProducer.h"
+#include "host/ScopedFault.h"
 #include "session_events.h"
+#include "uibc.h"
 #include "wfd/WiFiDisplayClient.h"
-
-extern "C" int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                                     void* (*body)(void*), void* argument);
-extern "C" int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                                     void* (*body)(void*), void* argument) {
-    int state = PTHREAD_CREATE_JOINABLE;
-    if (attributes != nullptr) pthread_attr_getdetachstate(attributes, &state);
-    if (state == PTHREAD_CREATE_JOINABLE) {
-        return __real_pthread_create(thread, attributes, body, argument);
-    }
-    body(argument);
-    return 0;
-}
 
 namespace {
 
@@ -41,38 +23,19 @@ using Object = char[256];
 constexpr const char* kNames[] = {
     "",           "SessionState", "MMEvent", "StreamControlCompleted", "UIBCControlCompleted",
     "AudioEvent", "Error"};
-constexpr const char* kTexts[] = {"PLAY",
-                                  "PAUSE",
-                                  "TEARDOWN",
-                                  "STANDBY",
-                                  "STOPPED",
-                                  "NEGOTIATED",
-                                  "NEGOTIATING",
-                                  "ESTABLISHED",
-                                  "ENABLED",
-                                  "MMStreamStarted",
-                                  "AudioProxyOpened",
-                                  "10000001",
-                                  "RTSPCloseCallback"};
+constexpr const char* kTexts[] = {
+    // clang-format off
+    "PLAY", "PAUSE", "TEARDOWN", "STANDBY", "STOPPED", "NEGOTIATED", "NEGOTIATING", "ESTABLISHED",
+    "ENABLED", "MMStreamStarted", "AudioProxyOpened", "10000001", "RTSPCloseCallback"
+    // clang-format on
+};
 
 struct Producer : android::IGraphicBufferProducer {};
 
-// One client, with a session whenever an input begins.
-void prepareSession() {
-    static const int made = startWfdConnection("", "192.168.49.2", 7236, 1, nullptr, nullptr);
-    require(made == 0);
-    WfdDevice local{};
-    WfdDevice peer{};
-    gWFDClient.load()->createWfdSession(&local, &peer);  // refused while there is one
-}
-
-void fill(FuzzedDataProvider& input, Object& object) {
-    if (input.ConsumeBool()) {
-        snprintf(object, sizeof object, "%s", input.PickValueInArray(kTexts));
-        return;
-    }
-    const std::string text = input.ConsumeRandomLengthString(sizeof object);
-    memcpy(object, text.data(), text.size());  // without an end when it fills the object
+template <size_t count>
+std::string textOf(FuzzedDataProvider& input, const char* const (&known)[count], size_t longest) {
+    return input.ConsumeBool() ? input.PickValueInArray(known)
+                               : input.ConsumeRandomLengthString(longest);
 }
 
 void useExistingProducer(Object& object) {
@@ -84,11 +47,14 @@ void useExistingProducer(Object& object) {
 }
 
 void report(FuzzedDataProvider& input) {
-    const std::vector<char> name = exactText(
-        input.ConsumeBool() ? input.PickValueInArray(kNames) : input.ConsumeRandomLengthString(40));
+    const std::vector<char> name = exactText(textOf(input, kNames, 40));
     const auto count = input.ConsumeIntegralInRange<int>(-3, 8);
     const std::unique_ptr<Object[]> objects(new Object[static_cast<size_t>(std::max(count, 0))]());
-    for (int i = 0; i < count; ++i) fill(input, objects[static_cast<size_t>(i)]);
+    for (int i = 0; i < count; ++i) {
+        const std::string text = textOf(input, kTexts, sizeof(Object));
+        // Without an end when it fills the object.
+        memcpy(objects[static_cast<size_t>(i)], text.data(), text.size());
+    }
     if (count >= 5) useExistingProducer(objects[4]);
     const int choice = input.ConsumeIntegralInRange<int>(0, 15);
     miracastWfdStringArrayCallback(choice == 0 ? nullptr : name.data(), count,
@@ -96,13 +62,30 @@ void report(FuzzedDataProvider& input) {
     require(memchr(wfdSessionId, '\0', sizeof wfdSessionId) != nullptr);
 }
 
+void injectInput(FuzzedDataProvider input) {
+    while (input.remaining_bytes() > 0) {
+        WFD_uibc_event_t event{};
+        event.type = input.ConsumeIntegralInRange<uint32_t>(0, 3);
+        input.ConsumeData(event.params, input.ConsumeIntegralInRange<size_t>(1, 8));
+        require(injectEvent(&event, nullptr, nullptr, nullptr));
+        manipulateList(uibcItem{input.ConsumeIntegralInRange<uint32_t>(0, 3) & ~1U, {}});
+    }
+    flushUIBCList();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider input(data, size);
-    prepareSession();
+    static const int made = startWfdConnection("", "192.168.49.2", 7236, 1, nullptr, nullptr);
+    require(made == 0);
+    WfdDevice local{};
+    WfdDevice peer{};
+    gWFDClient.load()->createWfdSession(&local, &peer);  // refused while there is one
+    const hostplatform::ScopedFault noThread(hostplatform::Fault::ThreadCreation);
     wfd_device_type = input.ConsumeIntegralInRange<int>(0, 1);
     uibc_setup_done = input.ConsumeIntegralInRange<int>(0, 1);
     while (input.remaining_bytes() > 0) report(input);
+    injectInput(FuzzedDataProvider(data, size));
     return 0;
 }

@@ -1,107 +1,123 @@
-// What the tests of the DNS-SD command channel share.
+// A DNS-SD command channel on the fake client library, and its listener.
 #pragma once
 
-#include <gtest/gtest.h>
-#include <sys/types.h>
-
-#include <atomic>
-#include <chrono>
-#include <condition_variable>
-#include <cstdint>
+#include <cstdlib>
 #include <functional>
-#include <map>
-#include <memory>
-#include <mutex>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "DeviceTest.h"
 #include "FakeDnsSd.h"
-#include "Journal.h"
-#include "JournalListener.h"
 #include "MDnsSdChannel.h"
+#include "host/text_format.h"
 
-// Something that happens once.
-class Latch {
- public:
-    void open();
-    bool isOpen() const { return wait(std::chrono::milliseconds(0)); }
-    // False when it has not happened in time.
-    bool wait(std::chrono::milliseconds timeout = std::chrono::seconds(20)) const;
-
- private:
-    mutable std::mutex mMutex;
-    mutable std::condition_variable mOpened;
-    bool mOpen = false;
-};
-
-// Of this process.
-std::set<int> openDescriptors();
-
-// Lets this process have that many, from now on. False when it may not.
-bool allowDescriptors(unsigned count);
-
-// Waits until a channel's monitor has made every rescan asked for since `from`, when it was not
-// there yet or had made all; how many entries it polls then. -1 if that does not come about.
-int waitRescanned(uint64_t from, pid_t monitorThread);
-
-// A channel on the fake library. At the end of a test everything that it started is stopped, and
-// the library must have nothing to complain of and nothing left.
-class ChannelTest : public testing::Test {
- protected:
-    using Form = JournalListener::Form;
-    using Lines = std::vector<std::string>;
-
-    ChannelTest();
-    ~ChannelTest() override;
-
-    static FakeDnsSd& library() { return FakeDnsSd::instance(); }
-    static hostplatform::Journal& journal() { return hostplatform::Journal::instance(); }
-
-    // All commands of a test go through these, so that its end knows what to stop. On any thread.
-    int command(const std::vector<std::string>& words);
-    // The answer to a command: code, space and text.
-    std::string answer(const std::vector<std::string>& words);
-    // Starts a browse for the type "_x._tcp".
-    DNSServiceRef browse(int requestId);
-    std::string stop(int requestId, const char* operation = "discover");
-
-    // Forgets what was journalled so far.
-    void mark() { mMark = journal().mark(); }
-    uint64_t marked() const { return mMark; }
-    // What a thread has logged, called and been told since the mark, pointers masked.
-    Lines trace(pid_t thread) const;
-    // The same of the monitor thread from its latest result on, without the lines around it.
-    Lines resultTrace() const;
-    pid_t monitorThread() const { return mMonitorThread; }
-    int waitRescanned() const { return ::waitRescanned(mStart, mMonitorThread); }
-    size_t count(const char* component, const std::string& part) const {
-        return journal().count(component, part, mMark);
+// Every result is an entry of the journal's component "result": a line as "CODE TEXT", the parts as
+// "CODE PART PART...".
+struct TestListener : MDnsResultListener {
+    int sendMsg(int code, const char* message, bool flag) override {
+        sAnswers += line(code, message, flag);
+        return -1;  // the channel ignores it
+    }
+    int sendBroadcast(int code, const char* message, bool flag) override {
+        mRequestId = atoi(message);
+        report(line(code, message, flag), message);
+        return -1;
+    }
+    void onDiscoverResult(int code, const char* name, const char* type,
+                          const char* domain) override {
+        report(line(code, name) + ' ' + orNull(type) + ' ' + orNull(domain));
+    }
+    void onRegisterResult(int code, const char* name, const char* type,
+                          const char* domain) override {
+        onDiscoverResult(code, name, type, domain);
+    }
+    void onResolveResult(int code, const char* name, const char* target, int port, int txtLen,
+                         const unsigned char* txt) override {
+        std::string text = hostplatform::format("%s %d %d ", orNull(target), port, txtLen);
+        for (int i = 0; i < txtLen; ++i) text += hostplatform::format("%02x", txt[i]);
+        report(line(code, name) + ' ' + text + (txt == nullptr ? "(null)" : ""));
+    }
+    void onGetAddrResult(int code, const char* host, const char* address) override {
+        report(line(code, host) + ' ' + orNull(address));
     }
 
-    // Keeps the monitor thread inside a result until it is released or this ends.
-    class Hold {
-     public:
-        explicit Hold(ChannelTest& test);
-        ~Hold();
-        void release() { mReleased.open(); }
-
-     private:
-        ChannelTest& mTest;
-        Latch mHeld;
-        Latch mReleased;
-    };
-
-    std::unique_ptr<JournalListener> mListener = std::make_unique<JournalListener>();
-    std::unique_ptr<MDnsSdChannel> mChannel;
+    // Called with every result, on the monitor thread: with its line, and without a line for its
+    // parts. Set it while no result is under way.
+    std::function<void(int requestId, const char* line)> onResult;
+    // The answers to this thread's commands, as "CODE TEXT".
+    inline static thread_local std::string sAnswers;
 
  private:
-    static constexpr int kHoldId = 900'000;
+    static const char* orNull(const char* text) { return text == nullptr ? "(null)" : text; }
+    static std::string line(int code, const char* text, bool flag = false) {
+        return std::to_string(code) + ' ' + orNull(text) + (flag ? " with errno" : "");
+    }
+    void report(const std::string& text, const char* message = nullptr) const {
+        hostplatform::device().journal().add("result", text);
+        if (onResult) onResult(mRequestId, message);
+    }
 
-    const uint64_t mStart;  // where in the journal the test began
-    uint64_t mMark;
-    pid_t mMonitorThread = 0;
-    std::mutex mMutex;  // guards everything below
-    std::set<std::string> mRequestIds;
+    int mRequestId = 0;  // of the result line before; on the monitor thread
+};
+
+// Gives one command, `words` after the sequence number, and returns its answer. On any thread.
+inline std::string giveCommand(MDnsSdChannel& channel, Lines words) {
+    words.insert(words.begin(), "1");
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    EXPECT_EQ(channel.runCommand(static_cast<int>(arguments.size()), arguments.data()), 0);
+    return std::exchange(TestListener::sAnswers, "");
+}
+
+// At the end of a test everything that it started is stopped, and the fake must have no violation
+// and no reference left.
+class ChannelTest : public DeviceTest {
+ protected:
+    const std::string kStarted = "200 Discover operation started";
+    const std::string kStopped = "200 discover stopped";
+    const std::string kUnknown = "501 Unknown requestId";
+
+    ChannelTest() { mThreads = SIZE_MAX; }  // a channel's monitor stays
+    ~ChannelTest() override {
+        library().onStart(nullptr);
+        library().onDeallocate(nullptr);
+        EXPECT_EQ(library().takeViolations(), Lines{});
+        EXPECT_EQ(library().liveCount(), 0U) << "the test has not stopped every request";
+    }
+
+    static FakeDnsSd& library() { return FakeDnsSd::instance(); }
+
+    std::string command(const Lines& words) { return giveCommand(mChannel, words); }
+    std::string start(int requestId) {
+        return command({"discover", std::to_string(requestId), "_x._tcp"});
+    }
+    DNSServiceRef browse(int requestId) {
+        EXPECT_EQ(start(requestId), kStarted);
+        return library().newest();
+    }
+    std::string stop(int requestId, const std::string& operation = "discover") {
+        return command({"stop-" + operation, std::to_string(requestId)});
+    }
+    // How many result lines of browses with that id there are since the mark.
+    size_t results(int requestId) const {
+        return journal().count("result", "604 " + std::to_string(requestId) + ' ', marked());
+    }
+    bool waitResult(int requestId) const {
+        return waitUntil([&] { return results(requestId) != 0; });
+    }
+    // Waits until the monitor has carried out every rescan asked for: the one that finds the probe
+    // comes after the changes made before.
+    void settle() {
+        const int probe = mProbe++;
+        EXPECT_TRUE(library().answer(browse(probe), {}));
+        EXPECT_TRUE(waitResult(probe));
+        stop(probe);
+    }
+
+    TestListener mListener;
+    MDnsSdChannel mChannel{&mListener};
+
+ private:
+    int mProbe = 900'000;  // its id
 };

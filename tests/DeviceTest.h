@@ -6,40 +6,38 @@
 #include <string>
 #include <vector>
 
-#include "Journal.h"
-#include "SessionService.h"
-#include "SimulatedDevice.h"
+#include "host/SimulatedDevice.h"
 #include "miracast_sigma.h"
+#include "wait_until.h"
+
+using Lines = std::vector<std::string>;
 
 // Ends the UIBC worker as a source's teardown does, which waits for it, and lets it be set up anew.
 void endUibcWorker();
 
-// Each test starts with all switches at rest, with a mark from which it reads the journal, and ends
-// with nothing left to be reported.
+// Each test starts on a device with all switches at rest, as a source without a session, and ends
+// with all threads gone and nothing left on the compositor. Device time passes in sleeps only, so a
+// wait is as long as its sleeps say. In a sleep of the test's own thread the session client reports
+// all that it has to report.
 class DeviceTest : public testing::Test {
  protected:
     DeviceTest();
     ~DeviceTest() override;
 
-    hostplatform::Journal& journal() const { return hostplatform::Journal::instance(); }
-
-    // What this thread has logged since the mark, without priority and tag, line ends kept. Error
-    // priority and no tag are checked here.
-    std::vector<std::string> logLines() const;
-    // Whether any thread has logged exactly this since the mark.
-    bool logged(const std::string& line) const;
-    std::vector<std::string> calls(const std::string& component = "session") const;
-    // Forgets what was journalled so far.
+    hostplatform::Journal& journal() const { return device.journal(); }
+    // Starts a session with a peer of that type and waits for its reports.
+    void startSession(int peerType);
+    // What the journal has of a component since the mark, and what of it came from this thread.
+    Lines calls(const std::string& component = "session") const;
+    Lines ownCalls(const std::string& component) const;
+    bool waitWorkers() const;  // until no thread is left that the test made
     void mark() { mMark = journal().mark(); }
     uint64_t marked() const { return mMark; }
 
+    hostplatform::SimulatedDevice& device = hostplatform::device();
+    hostplatform::Compositor& compositor = device.compositor();
+    size_t mThreads = 0;  // so many may be left at the end
+
  private:
     uint64_t mMark = 0;
-};
-
-// As DeviceTest, with device time passing 200 times as fast: the minute in which a session has to
-// come up is still long enough for a busy machine.
-class FastDeviceTest : public DeviceTest {
- protected:
-    FastDeviceTest();
 };

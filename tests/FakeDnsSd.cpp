@@ -5,82 +5,47 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <deque>
 #include <thread>
 #include <utility>
 
-#include "Journal.h"
-#include "TextFormat.h"
+#include "host/SimulatedDevice.h"
+#include "host/UniqueFd.h"
+#include "host/text_format.h"
 
 using hostplatform::format;
-using hostplatform::Journal;
+using hostplatform::UniqueFd;
+using Result = FakeDnsSd::Result;
 
 namespace {
 
-constexpr uintptr_t kStep = 16;  // references look like pointers to something
-
-DNSServiceRef referenceOf(uintptr_t number) {
-    return reinterpret_cast<DNSServiceRef>(number * kStep);  // NOLINT(performance-no-int-to-ptr)
-}
-
-thread_local DNSServiceErrorType nextError = kDNSServiceErr_NoError;
-
-const char* textOr(const char* text) { return text == nullptr ? "(null)" : text; }
+const char* orNull(const char* text) { return text == nullptr ? "(null)" : text; }
 
 // A result's text as the callback gets it.
-const char* given(const FakeDnsSd::Result& result, const std::string& text) {
+const char* given(const Result& result, const std::string& text) {
     return result.error == kDNSServiceErr_NoError ? text.c_str() : nullptr;
 }
 
-std::string hex(const void* bytes, size_t size) {
-    std::string text;
-    for (size_t i = 0; i < size; ++i) {
-        text += format("%02x", static_cast<const unsigned char*>(bytes)[i]);
-    }
-    return text;
-}
-
-union SocketAddress {
-    sockaddr any;
-    sockaddr_in v4;
-    sockaddr_in6 v6;
-};
-
-SocketAddress socketAddress(const std::string& text) {
-    SocketAddress address{};
-    if (inet_pton(AF_INET, text.c_str(), &address.v4.sin_addr) == 1) {
-        address.any.sa_family = AF_INET;
-    } else {
-        inet_pton(AF_INET6, text.c_str(), &address.v6.sin6_addr);
-        address.any.sa_family = AF_INET6;
-    }
+sockaddr_storage socketAddress(const std::string& text) {
+    sockaddr_storage address{};
+    auto& v4 = reinterpret_cast<sockaddr_in&>(address);
+    auto& v6 = reinterpret_cast<sockaddr_in6&>(address);
+    const bool isV4 = inet_pton(AF_INET, text.c_str(), &v4.sin_addr) == 1;
+    address.ss_family = isV4 ? AF_INET : AF_INET6;
+    if (!isV4) inet_pton(AF_INET6, text.c_str(), &v6.sin6_addr);
     return address;
 }
 
 }  // namespace
 
 struct FakeDnsSd::Reference {
-    explicit Reference(Report function) : report(std::move(function)) {
-        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0) sockets[0] = -1;
-    }
-    ~Reference() { closeSockets(); }
-    Reference(const Reference&) = delete;
-    Reference& operator=(const Reference&) = delete;
-
-    void closeSockets() {
-        for (int& descriptor : sockets) {
-            if (descriptor != -1) close(descriptor);
-            descriptor = -1;
-        }
-    }
-
-    const Report report;
-    int sockets[2] = {-1, -1};   // the client's and the daemon's
-    std::deque<Result> results;  // when there are any, one byte is in the client's socket
-    std::thread::id processing;  // by which thread, if any
+    std::string name;
+    Report report;
+    UniqueFd client, daemon = {};     // the ends of its socket; without a daemon it is broken
+    std::deque<Result> results = {};  // when there are any, one byte is in the client's socket
+    std::thread::id processing = {};  // by which thread, if any
     bool deallocating = false;
-    bool broken = false;
-    bool socketLost = false;
 };
 
 FakeDnsSd& FakeDnsSd::instance() {
@@ -88,15 +53,20 @@ FakeDnsSd& FakeDnsSd::instance() {
     return *fake;
 }
 
-void FakeDnsSd::setJournalled(bool journalled) { mJournalled = journalled; }
-
-void FakeDnsSd::journal(const std::string& text) {
-    if (mJournalled) Journal::instance().add("dns-sd", text);
+void FakeDnsSd::journal(const std::string& text) const {
+    if (journalled) hostplatform::device().journal().add("dns-sd", text);
 }
 
-std::shared_ptr<FakeDnsSd::Reference> FakeDnsSd::find(DNSServiceRef ref) const {
+bool FakeDnsSd::connectionClosed() const {
+    if (connectionsClosed) raise(SIGPIPE);
+    return connectionsClosed;
+}
+
+std::shared_ptr<FakeDnsSd::Reference> FakeDnsSd::find(DNSServiceRef ref, const char* function) {
     const auto found = mReferences.find(ref);
-    return found == mReferences.end() ? nullptr : found->second;
+    if (found != mReferences.end() && !found->second->deallocating) return found->second;
+    if (function != nullptr) violation(function, ref, "after its deallocation has begun");
+    return nullptr;
 }
 
 void FakeDnsSd::violation(const char* function, DNSServiceRef ref, const char* what) {
@@ -104,65 +74,26 @@ void FakeDnsSd::violation(const char* function, DNSServiceRef ref, const char* w
     journal("VIOLATION " + mViolations.back());
 }
 
-std::shared_ptr<FakeDnsSd::Reference> FakeDnsSd::use(DNSServiceRef ref, const char* function) {
-    auto reference = find(ref);
-    if (reference == nullptr) {
-        const auto value = reinterpret_cast<uintptr_t>(ref);
-        const bool known = value != 0 && value % kStep == 0 && value <= mNewest * kStep;
-        violation(function, ref, known ? "after its deallocation" : "no reference");
-    } else if (reference->deallocating) {
-        violation(function, ref, "during its deallocation");
-        reference = nullptr;
-    }
-    return reference;
-}
-
 bool FakeDnsSd::answer(DNSServiceRef ref, const Result& result) {
     const std::lock_guard lock(mMutex);
     const auto reference = find(ref);
-    if (reference == nullptr || reference->deallocating) return false;
+    if (reference == nullptr) return false;
     reference->results.push_back(result);
-    if (reference->results.size() == 1 && !reference->broken) {
-        (void)!write(reference->sockets[1], "r", 1);
-    }
+    if (reference->results.size() == 1) (void)!write(reference->daemon.get(), "r", 1);
     return true;
 }
 
 bool FakeDnsSd::breakConnection(DNSServiceRef ref) {
     const std::lock_guard lock(mMutex);
     const auto reference = find(ref);
-    if (reference == nullptr || reference->deallocating) return false;
-    if (!reference->broken) close(std::exchange(reference->sockets[1], -1));
-    reference->broken = true;
+    if (reference == nullptr) return false;
+    reference->daemon.reset();
     return true;
-}
-
-void FakeDnsSd::loseSocket(DNSServiceRef ref) {
-    const std::lock_guard lock(mMutex);
-    if (const auto reference = find(ref)) reference->socketLost = true;
-}
-
-void FakeDnsSd::failNextCall(DNSServiceErrorType error) { nextError = error; }
-
-void FakeDnsSd::onStart(Hook hook) {
-    const std::lock_guard lock(mMutex);
-    mOnStart = hook ? std::make_shared<const Hook>(std::move(hook)) : nullptr;
-}
-
-void FakeDnsSd::onDeallocate(Hook hook) {
-    const std::lock_guard lock(mMutex);
-    mOnDeallocate = hook ? std::make_shared<const Hook>(std::move(hook)) : nullptr;
 }
 
 DNSServiceRef FakeDnsSd::newest() const {
     const std::lock_guard lock(mMutex);
-    return referenceOf(mNewest);
-}
-
-int FakeDnsSd::socketOf(DNSServiceRef ref) const {
-    const std::lock_guard lock(mMutex);
-    const auto reference = find(ref);
-    return reference == nullptr ? -1 : reference->sockets[0];
+    return mNewest;
 }
 
 size_t FakeDnsSd::liveCount() const {
@@ -170,92 +101,91 @@ size_t FakeDnsSd::liveCount() const {
     return mReferences.size();
 }
 
-uint64_t FakeDnsSd::reportedCount() const {
-    const std::lock_guard lock(mMutex);
-    return mReported;
-}
-
 bool FakeDnsSd::idle() const {
     const std::lock_guard lock(mMutex);
     return mReporting == 0 &&
-           std::all_of(mReferences.begin(), mReferences.end(),
-                       [](const auto& entry) { return entry.second->results.empty(); });
-}
-
-std::vector<std::string> FakeDnsSd::takeViolations() {
-    const std::lock_guard lock(mMutex);
-    return std::exchange(mViolations, {});
+           std::all_of(mReferences.begin(), mReferences.end(), [](const auto& entry) {
+               return !entry.second->daemon || entry.second->results.empty();
+           });
 }
 
 DNSServiceErrorType FakeDnsSd::start(DNSServiceRef* ref, const std::string& call, const char* name,
                                      Report report) {
     journal(call);
-    const DNSServiceErrorType error = std::exchange(nextError, kDNSServiceErr_NoError);
-    if (error != kDNSServiceErr_NoError) return error;
-    auto reference = std::make_shared<Reference>(std::move(report));
-    if (reference->sockets[0] == -1) return kDNSServiceErr_NoMemory;
-    std::shared_ptr<const Hook> hook;
-    {
-        const std::lock_guard lock(mMutex);
-        *ref = referenceOf(++mNewest);
-        mReferences.emplace(*ref, std::move(reference));
-        hook = mOnStart;
+    if (sNextError != kDNSServiceErr_NoError) return std::exchange(sNextError, 0);
+    if (connectionClosed()) return kDNSServiceErr_ServiceNotRunning;
+    int sockets[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0) {
+        return kDNSServiceErr_NoMemory;
     }
-    if (hook != nullptr) (*hook)(*ref, textOr(name));
+    const std::shared_ptr<Reference> reference(
+        new Reference{orNull(name), std::move(report), UniqueFd(sockets[0]), UniqueFd(sockets[1])});
+    std::unique_lock lock(mMutex);
+    const uintptr_t number = reinterpret_cast<uintptr_t>(mNewest) + 16;  // looks like a pointer
+    *ref = mNewest = reinterpret_cast<DNSServiceRef>(number);  // NOLINT(performance-no-int-to-ptr)
+    mReferences.emplace(*ref, reference);
+    const Hook hook = mOnStart;
+    lock.unlock();
+    if (hook) hook(*ref, reference->name);
     return kDNSServiceErr_NoError;
 }
 
 int FakeDnsSd::socket(DNSServiceRef ref) {
     const std::lock_guard lock(mMutex);
-    const auto reference = use(ref, "DNSServiceRefSockFD");
-    return reference == nullptr || reference->socketLost ? -1 : reference->sockets[0];
+    const auto reference = find(ref, "DNSServiceRefSockFD");
+    return reference == nullptr ? -1 : reference->client.get();
 }
 
 DNSServiceErrorType FakeDnsSd::process(DNSServiceRef ref) {
     std::unique_lock lock(mMutex);
-    const auto reference = use(ref, "DNSServiceProcessResult");
+    const auto reference = find(ref, "DNSServiceProcessResult");
     if (reference == nullptr) return kDNSServiceErr_BadReference;
     if (reference->processing != std::thread::id()) {
         violation("DNSServiceProcessResult", ref, "while it is being processed");
         return kDNSServiceErr_BadState;
     }
-    if (reference->broken) return kDNSServiceErr_ServiceNotRunning;
+    if (!reference->daemon || connectionClosed()) {
+        journal("DNSServiceProcessResult fails: " + reference->name);
+        return kDNSServiceErr_ServiceNotRunning;
+    }
     if (reference->results.empty()) {
         // A real library would wait for one, and its caller with it.
         violation("DNSServiceProcessResult", ref, "without a result");
         return kDNSServiceErr_NoError;
     }
-    const Result result = std::move(reference->results.front());
-    reference->results.pop_front();
-    char byte = 0;
-    // Not by read(), which a test may be failing for its clients.
-    if (reference->results.empty()) (void)!recv(reference->sockets[0], &byte, 1, 0);
     reference->processing = std::this_thread::get_id();
-    ++mReported;
-    ++mReporting;
-    lock.unlock();
-    reference->report(ref, result);
-    lock.lock();
-    --mReporting;
+    do {
+        const Result result = std::move(reference->results.front());
+        reference->results.pop_front();
+        char byte = 0;
+        // Not by read(), which a test may be failing for its clients.
+        if (reference->results.empty()) (void)!recv(reference->client.get(), &byte, 1, 0);
+        ++mReporting;
+        lock.unlock();
+        reference->report(ref, result);
+        lock.lock();
+        --mReporting;
+    } while (reportAll && !reference->deallocating && !reference->results.empty());
     reference->processing = std::thread::id();
     return kDNSServiceErr_NoError;
 }
 
 void FakeDnsSd::deallocate(DNSServiceRef ref) {
-    journal("DNSServiceRefDeallocate");
+    connectionClosed();
     std::unique_lock lock(mMutex);
-    const auto reference = use(ref, "DNSServiceRefDeallocate");
+    const auto reference = find(ref, "DNSServiceRefDeallocate");
     if (reference == nullptr) return;
+    journal("DNSServiceRefDeallocate " + reference->name);
     if (reference->processing != std::thread::id() &&
         reference->processing != std::this_thread::get_id()) {
         violation("DNSServiceRefDeallocate", ref, "while another thread processes it");
     }
     reference->deallocating = true;
-    const std::shared_ptr<const Hook> hook = mOnDeallocate;
+    const Hook hook = mOnDeallocate;
     lock.unlock();
-    if (hook != nullptr) (*hook)(ref, "");
+    if (hook) hook(ref, reference->name);
     lock.lock();
-    reference->closeSockets();
+    reference->client.reset();  // while its own result may still keep the rest
     mReferences.erase(ref);
 }
 
@@ -265,12 +195,10 @@ DNSServiceErrorType DNSServiceBrowse(DNSServiceRef* ref, DNSServiceFlags flags,
                                      uint32_t interfaceIndex, const char* type, const char* domain,
                                      DNSServiceBrowseReply callback, void* context) {
     return FakeDnsSd::instance().start(
-        ref,
-        format("DNSServiceBrowse(%u, %u, %s, %s)", flags, interfaceIndex, textOr(type),
-               textOr(domain)),
-        type, [=](DNSServiceRef self, const FakeDnsSd::Result& result) {
-            callback(self, result.flags, 1, result.error, given(result, result.name),
-                     given(result, result.type), given(result, result.domain), context);
+        ref, format("browse(%u, %u, %s, %s)", flags, interfaceIndex, type, orNull(domain)), type,
+        [=](DNSServiceRef self, const Result& r) {
+            callback(self, r.flags, 1, r.error, given(r, r.name), given(r, r.type),
+                     given(r, r.domain), context);
         });
 }
 
@@ -279,14 +207,17 @@ DNSServiceErrorType DNSServiceRegister(DNSServiceRef* ref, DNSServiceFlags flags
                                        const char* domain, const char* host, uint16_t port,
                                        uint16_t txtLength, const void* txt,
                                        DNSServiceRegisterReply callback, void* context) {
+    std::string bytes;
+    for (int i = 0; i < txtLength; ++i) {
+        bytes += format("%02x", static_cast<const unsigned char*>(txt)[i]);
+    }
     return FakeDnsSd::instance().start(
         ref,
-        format("DNSServiceRegister(%u, %u, %s, %s, %s, %s, %d, %d:%s)", flags, interfaceIndex,
-               textOr(name), textOr(type), textOr(domain), textOr(host), ntohs(port), txtLength,
-               hex(txt, txtLength).c_str()),
-        name, [=](DNSServiceRef self, const FakeDnsSd::Result& result) {
-            callback(self, result.flags, result.error, given(result, result.name),
-                     given(result, result.type), given(result, result.domain), context);
+        format("register(%u, %u, %s, %s, %s, %s, %d, %s)", flags, interfaceIndex, name, type,
+               orNull(domain), orNull(host), ntohs(port), bytes.c_str()),
+        name, [=](DNSServiceRef self, const Result& r) {
+            callback(self, r.flags, r.error, given(r, r.name), given(r, r.type), given(r, r.domain),
+                     context);
         });
 }
 
@@ -295,16 +226,13 @@ DNSServiceErrorType DNSServiceResolve(DNSServiceRef* ref, DNSServiceFlags flags,
                                       const char* domain, DNSServiceResolveReply callback,
                                       void* context) {
     return FakeDnsSd::instance().start(
-        ref,
-        format("DNSServiceResolve(%u, %u, %s, %s, %s)", flags, interfaceIndex, textOr(name),
-               textOr(type), textOr(domain)),
-        name, [=](DNSServiceRef self, const FakeDnsSd::Result& result) {
-            const unsigned char none = 0;  // an empty record is somewhere, too
-            const unsigned char* const txt = result.txt.empty() ? &none : result.txt.data();
-            const bool good = result.error == kDNSServiceErr_NoError;
-            callback(self, result.flags, 1, result.error, given(result, result.name),
-                     given(result, result.target), htons(result.port),
-                     static_cast<uint16_t>(result.txt.size()), good ? txt : nullptr, context);
+        ref, format("resolve(%u, %u, %s, %s, %s)", flags, interfaceIndex, name, type, domain), name,
+        [=](DNSServiceRef self, const Result& r) {
+            static const unsigned char none = 0;  // an empty record is somewhere, too
+            const unsigned char* txt = r.txt.empty() ? &none : r.txt.data();
+            if (r.error != kDNSServiceErr_NoError) txt = nullptr;
+            callback(self, r.flags, 1, r.error, given(r, r.name), given(r, r.target), htons(r.port),
+                     static_cast<uint16_t>(r.txt.size()), txt, context);
         });
 }
 
@@ -313,24 +241,22 @@ DNSServiceErrorType DNSServiceGetAddrInfo(DNSServiceRef* ref, DNSServiceFlags fl
                                           const char* host, DNSServiceGetAddrInfoReply callback,
                                           void* context) {
     return FakeDnsSd::instance().start(
-        ref,
-        format("DNSServiceGetAddrInfo(%u, %u, %u, %s)", flags, interfaceIndex, protocol,
-               textOr(host)),
-        host, [=](DNSServiceRef self, const FakeDnsSd::Result& result) {
-            const SocketAddress address = socketAddress(result.address);
-            const bool good = result.error == kDNSServiceErr_NoError;
-            callback(self, result.flags, 1, result.error, given(result, result.name),
-                     good ? &address.any : nullptr, result.timeToLive, context);
+        ref, format("getaddrinfo(%u, %u, %u, %s)", flags, interfaceIndex, protocol, host), host,
+        [=](DNSServiceRef self, const Result& r) {
+            const sockaddr_storage address = socketAddress(r.address);
+            const auto* any = reinterpret_cast<const sockaddr*>(&address);
+            if (r.error != kDNSServiceErr_NoError) any = nullptr;
+            callback(self, r.flags, 1, r.error, given(r, r.name), any, r.timeToLive, context);
         });
 }
 
 DNSServiceErrorType DNSSetHostname(DNSServiceRef* ref, DNSServiceFlags flags, const char* host,
                                    DNSSetHostnameReply callback, void* context) {
-    return FakeDnsSd::instance().start(
-        ref, format("DNSSetHostname(%u, %s)", flags, textOr(host)), host,
-        [=](DNSServiceRef self, const FakeDnsSd::Result& result) {
-            callback(self, result.flags, result.error, given(result, result.name), context);
-        });
+    return FakeDnsSd::instance().start(ref, format("sethostname(%u, %s)", flags, host), host,
+                                       [=](DNSServiceRef self, const Result& r) {
+                                           callback(self, r.flags, r.error, given(r, r.name),
+                                                    context);
+                                       });
 }
 
 int DNSServiceRefSockFD(DNSServiceRef ref) { return FakeDnsSd::instance().socket(ref); }

@@ -1,44 +1,27 @@
-// System calls that fail on demand: those of the objects in a test's executable, the library's
-// among them, once it is linked with fail_system_calls() of the tests' CMakeLists.txt. Shared
-// libraries are not concerned. Callable on any thread.
+// System calls that fail on demand: those of the program's own objects, the library's among them.
+// Shared libraries are not concerned. Callable on any thread. Threads that cannot be started are
+// the simulated device's Fault::ThreadCreation. The interface "wlan0" has the address of "lo".
 #pragma once
 
 #include <climits>
 
 enum class SystemCall {
-    Socket,
-    SocketPair,
-    Bind,
-    GetSockName,
-    Listen,
-    Accept,
-    Connect,
-    Send,
-    Read,
-    Poll,
-    ThreadCreation,
-    ReservedNew,  // new (std::nothrow)
-    Malloc,
-    Calloc,
-    Realloc,
-    Shell,  // system
+    // clang-format off
+    Socket, SocketPair, Bind, GetSockName, Listen, Accept, Read, Poll,
+    New,  // new (std::nothrow)
+    Malloc, Realloc,
+    Count,
+    // clang-format on
 };
-constexpr int kSystemCallCount = 16;
 
-// How many of these calls have been made to fail since the start of the process.
-int failedCalls(SystemCall call);
-
-// For the length of a scope the next `count` calls fail with that error and do nothing. One for a
-// call at a time.
-class ScopedSystemFault {
+// While it lives, `count` of these calls fail with that error and do nothing, after the first
+// `after` of them. One for a call at a time.
+class SystemFault {
  public:
-    explicit ScopedSystemFault(SystemCall call, int error, int count = INT_MAX);
-    ~ScopedSystemFault();
-    ScopedSystemFault(const ScopedSystemFault&) = delete;
-    ScopedSystemFault& operator=(const ScopedSystemFault&) = delete;
-
-    // Whether no call is left to fail.
-    bool used() const;
+    SystemFault(SystemCall call, int error, int count = INT_MAX, int after = 0);
+    ~SystemFault();
+    SystemFault(const SystemFault&) = delete;
+    bool met() const;  // whether a call has failed
 
  private:
     const SystemCall mCall;

@@ -1,34 +1,43 @@
 #!/bin/sh
-# Compiles what android/Android.bp lists for an Android target, with that file's flags and a platform
-# tree's, against the platform's headers alone: check_android_compile.sh REPOSITORY
-# Standard headers are those of Debian's cross compiler; there are no Android ones here.
+# Compiles the library's sources with the flags of Android.bp and those of a device's tree, against
+# Debian's copies of the platform's own headers: check_android_compile.sh REPOSITORY MACHINE
+# MACHINE: x86_64 or aarch64. The C and C++ libraries are Debian's. Of platform/include, only the headers
+# in `standins` may be used: Debian has no platform headers of these names.
 set -eu
+standins='(dns_sd|(gui|ui)/[[:alnum:]]+|media/AudioSystem|system/audio|sys/system_properties)\.h'
 cd "$1"
-for program in clang++ aarch64-linux-gnu-g++; do
-    command -v "$program" >/dev/null || { echo "skipped: there is no $program here"; exit 77; }
+target=$2-linux-gnu
+platform=/usr/include/android
+temporary=$(mktemp -d)
+trap 'rm -rf "$temporary"' EXIT
+for header in utils/RefBase.h android/log.h cutils/properties.h binder/IBinder.h nativehelper/jni.h; do
+    [ -f $platform/$header ] || { echo "skipped: there is no $platform/$header here"; exit 77; }
 done
-strings() { # PROPERTY: what its list holds
-    sed -n "/^    $1: \[/,/^    \]/s/^        \"\(.*\)\",.*/\1/p" android/Android.bp
-}
-failed=0
-expected=$(find miracastSigma -name '*.cpp' | LC_ALL=C sort)
-listed=$(strings srcs | LC_ALL=C sort)
-[ "$listed" = "$expected" ] || { echo "Android.bp lists other sources than there are"; failed=1; }
+echo '#include <string>' | clang++ --target="$target" -fsyntax-only -xc++ - ||
+    { echo "skipped: there is no clang++ here, or no C++ library for $target"; exit 77; }
 
-cross=/usr/aarch64-linux-gnu/include
-version=$(aarch64-linux-gnu-g++ -dumpversion | cut -d. -f1)
-flags="--target=aarch64-linux-android30 -std=c++17 -fPIC -fno-exceptions -fno-rtti
-    $(strings cflags) $(strings cppflags) -nostdinc++ -isystem $cross/c++/$version
-    -isystem $cross/c++/$version/aarch64-linux-gnu -isystem $cross -Iplatform/include"
+strings() { # PROPERTY: what its list holds
+    sed -n "/^    $1: \[/,/^    \]/s/^        \"\(.*\)\",.*/\1/p" Android.bp
+}
+flags="--target=$target -D__ANDROID__ -D__ANDROID_API__=30 -std=c++17 -fPIC -fno-exceptions -fno-rtti
+    $(strings cflags) -fsyntax-only"
 for directory in $(strings export_include_dirs) $(strings local_include_dirs); do
-    flags="$flags -I$directory"
+    library_flags="${library_flags:-} -I$directory"
 done
-for file in $listed; do
-    # Only these two may need the exceptions that Android.bp asks for.
-    case $file in
-        */WFDTriggerTcpServer.cpp | */WFDmDns.cpp) exceptions= ;;
-        *) exceptions=-fno-exceptions ;;
-    esac
-    clang++ $flags $exceptions -c -o /dev/null "$file" || { echo "does not compile: $file"; failed=1; }
+platform_flags="-isystem $platform -isystem $platform/nativehelper -isystem platform/include"
+failed=0
+compile() { # FILE FLAG...
+    clang++ $flags "$@" || { echo "does not compile: $*"; failed=1; }
+}
+for file in $(find miracastSigma -name '*.cpp'); do
+    compile "$file" $library_flags $platform_flags -MD -MF "$temporary/$(basename "$file").d"
 done
+if cat "$temporary"/*.d | grep -o 'platform/include/[^ ]*' | sort -u |
+    grep -vE "^platform/include/$standins\$"; then
+    echo "these stand-ins were used in place of the platform's own headers"
+    failed=1
+fi
+# The stand-ins and the platform's own headers promise the same.
+compile tests/android_probe.cpp -isystem platform/include
+compile tests/android_probe.cpp $platform_flags
 exit $failed

@@ -1,449 +1,226 @@
-// The R2 steps of the commands: registering under sta_preset_testparameters, finding the peer under
-// start_wfd_connection, and being asked to connect.
-#include <arpa/inet.h>
-#include <net/if.h>
-#include <sys/ioctl.h>
-
-#include <cstdarg>
-#include <cstdlib>
-#include <cstring>
-
+// The process's discovery object: what it asks of DNS-SD, and what becomes of the results.
 #include "DiscoveryTest.h"
-#include "Faults.h"
-#include "TextFormat.h"
+#include "WFDmDns.h"
+#include "host/text_format.h"
+#include "wfd_services.h"
 
-using hostplatform::Fault;
 using hostplatform::format;
-using hostplatform::ScopedFault;
 
 namespace {
 
-const char* wlanAddress = nullptr;  // that of the device's "wlan0", if it has one
+constexpr int kBothSinks = WFD_R2_PRIMARY_SINK | WFD_R2_SECONDARY_SINK;
 
-}  // namespace
-
-// The linker puts it before the real one (--wrap).
-extern "C" int __real_ioctl(int descriptor, unsigned long operation, ...);
-extern "C" int __wrap_ioctl(int descriptor, unsigned long operation, ...) {
-    va_list arguments;
-    va_start(arguments, operation);
-    void* const argument = va_arg(arguments, void*);
-    va_end(arguments);
-    auto* const interface = static_cast<ifreq*>(argument);
-    if (operation != SIOCGIFADDR || strcmp(interface->ifr_name, "wlan0") != 0 ||
-        wlanAddress == nullptr) {
-        return __real_ioctl(descriptor, operation, argument);
-    }
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    inet_pton(AF_INET, wlanAddress, &address.sin_addr);
-    memcpy(&interface->ifr_addr, &address, sizeof address);
-    return 0;
+MDnsWfdServiceInfo record(const char* name) {
+    MDnsWfdServiceInfo info{};
+    snprintf(info.serviceName, sizeof info.serviceName, "%s", name);
+    snprintf(info.regType, sizeof info.regType, "_display._tcp.");
+    snprintf(info.domain, sizeof info.domain, "local.");
+    return info;
 }
 
-namespace {
-
-const std::string kAsk7236("\x00\x02\x1c\x44", 4);
-
-class DiscoveryStepsTest : public DiscoveryTest {
- protected:
-    ~DiscoveryStepsTest() override {
-        sta_reset_default("");
-        wfd_device_type = 0;
-        wlanAddress = nullptr;
-    }
-    // Ends the session, and waits for the worker that stops the client: it would stop the next one.
-    void endSession() const {
-        EXPECT_TRUE(hostplatform::waitReported());
-        sta_reset_default("");
-        EXPECT_TRUE(journal().waitFor("session", "stopWfdSession", marked()));
-        EXPECT_TRUE(hostplatform::waitReported());
-    }
-    // A peer that a browse for `type` finds, with these addresses.
-    void peer(const std::string& type, int port, const std::vector<const char*>& addresses) {
-        std::vector<Result> results;
-        results.reserve(addresses.size());
-        for (const char* const text : addresses) results.push_back(address(text));
-        answer(type, {service("A peer")});
-        answer("A peer", {resolved("peer.local.", port)});
-        answer("peer.local.", results);
-    }
-    std::string sessionCall() const {
-        const auto call = journal().waitFor("session", "createWfdSession", marked());
-        return call ? call->text : "";
-    }
-    size_t loggedTimes(const std::string& line) const {
-        return journal().count("log", "E/: " + line, marked());
-    }
-    static std::string storedAddress() {
-        char text[64] = "";
-        getmDNSPeerIPandPort(text, sizeof text, nullptr);
-        return text;
-    }
-};
-
-TEST_F(DiscoveryStepsTest, PresetRegistersAndAnswersTheName) {
-    const char* const none = nullptr;
-    const std::string tooLong(32, 'x');
-    const struct {
-        std::string command;
-        const char* response;
-        const char* registered;  // what DNSServiceRegister begins with
-        size_t waits;
-        const char* log;
-    } cases[] = {
-        {"mdns_disc,enable,mdns_role,responder,wfddevtype,p-sink", "display (2)",
-         "(0, 0, display, _display._tcp,", 0,
-         "Succeeded to register service: display (2) _display._tcp. local.\n"},
-        {"x,Y,MDNS_Disc,ENABLE,mdns_ROLE,Responder,WFDdevType,P-Sink", "display (2)",
-         "(0, 0, display, _display._tcp,", 0, "Start register primary sink, wait 20 seconds\n"},
-        {"mdns_disc,enable,mdns_role,responder,wfddevtype,source", "displaysrc",
-         "(0, 0, displaysrc, _displaysrc._tcp, (null), (null), 7236,", 0,
-         "Succeeded to register source service: displaysrc _display._tcp. local.\n"},
-        {"mdns_disc,Enable,mdns_role,RESPONDER,wfddevtype,SOURCE", "displaysrc",
-         "(0, 0, displaysrc, _displaysrc._tcp, (null), (null), 7236,", 0,
-         "Start register source, wait 20 seconds\n"},
-        {"mdns_disc,enable,mdns_role,responder,wfddevtype,s-sink", "", none, 10,
-         "Received service name  \n"},
-        {"mdns_disc,enable,mdns_role,responder", "", none, 10, "Received service name  \n"},
-        {"mdns_disc,enable,mdns_role,responder,wfddevtype,p-sink" + tooLong, "", none, 10,
-         "Received service name  \n"},
-        {"mdns_disc,enable,mdns_role,browser,wfddevtype,p-sink", none, none, 0,
-         "DO nothing for now for p-sink browser"},
-        {"mdns_disc,enable,mdns_role,Browser,wfddevtype,Source", none, none, 0,
-         "DO nothing for now for source browser"},
-        {"mdns_disc,enable,mdns_role,browser,wfddevtype,s-sink", none, none, 0, "Output calc"},
-        {"mdns_disc,enable,mdns_role,other,wfddevtype,p-sink", none, none, 0, "Output calc"},
-        {"mdns_disc,enable,wfddevtype,p-sink", none, none, 0, "Output calc"},
-        {"mdns_disc,enable,mdns_role,responder" + tooLong + ",wfddevtype,p-sink", none, none, 0,
-         "Output calc"},
-        {"mdns_disc,disable,mdns_role,responder,wfddevtype,p-sink", none, none, 0, "Output calc"},
-        {"mdns_disc,enable" + tooLong + ",mdns_role,responder,wfddevtype,p-sink", none, none, 0,
-         "Output calc"},
-        {"mdns_role,responder,wfddevtype,p-sink", none, none, 0, "Output calc"},
-        {"", none, none, 0, "String token not found"},
-    };
-    answer("display", {service("display (2)")});
-    answer("displaysrc", {service("displaysrc")});
-    for (const auto& given : cases) {
-        SCOPED_TRACE(given.command);
-        resetmDNSParams();
-        registerSource();  // an earlier test's
-        EXPECT_STREQ(getInstanceName(), "displaysrc");
-        mark();
-        char unset = 0;
-        char* response = &unset;
-        EXPECT_EQ(sta_preset_testparameters(given.command.c_str(), &response), 0);
-        EXPECT_EQ(response == nullptr, given.response == nullptr);
-        EXPECT_STREQ(response, given.response);
-        EXPECT_STREQ(instanceName, given.response == nullptr ? "" : given.response);
-        free(response);
-        EXPECT_EQ(tagged("").front(), "E: vestor: sta_preset_testparameters " + given.command);
-        EXPECT_TRUE(journal().count("log", given.log, marked()) > 0) << given.log;
-        EXPECT_EQ(loggedTimes("DO nothing"), strncmp(given.log, "DO", 2) == 0 ? 1U : 0U);
-        // A name that comes may take some.
-        EXPECT_TRUE(given.registered != nullptr || slept(1000) == given.waits) << slept(1000);
-        // The earlier registration went first.
-        const Lines dnsSd = calls("dns-sd");
-        ASSERT_EQ(dnsSd.size(), given.registered == nullptr ? 1U : 2U);
-        EXPECT_EQ(dnsSd[0], "DNSServiceRefDeallocate");
-        if (given.registered != nullptr) {
-            EXPECT_EQ(dnsSd[1].find(std::string("DNSServiceRegister") + given.registered), 0U);
-        }
-    }
+int resolve(const char* name, MDnsRegisterCallback callback) {
+    const MDnsWfdServiceInfo info = record(name);
+    return mDnsResolveWfd(&info, callback);
 }
 
-TEST_F(DiscoveryStepsTest, PresetLooksUpEveryParameter) {
-    const Lines names{"mdns_disc",     "mdns_role",     "wfddevtype",    "ctt_sequence1",
-                      "ctt_sequence2", "ctt_sequence3", "ctt_sequence6", "Program",
-                      "ProfileChange", "Parameter",     "testid",        "OptionalFeature"};
-    std::string command;
-    for (const std::string& name : names) command.insert(0, name + ",v,");
-    char* response = nullptr;
-    EXPECT_EQ(sta_preset_testparameters(command.c_str(), &response), 0);
-    const std::string prefix = "E: vestor: DBG: strstr output ";
-    Lines lookedUp;
-    for (const std::string& line : tagged("")) {
-        if (line.rfind(prefix, 0) != 0) continue;
-        lookedUp.push_back(line.substr(prefix.size(), line.find(',') - prefix.size()));
-    }
-    EXPECT_EQ(lookedUp, names);
-}
-
-TEST_F(DiscoveryStepsTest, PresetWithoutMemoryOrResponse) {
-    const char* const command = "mdns_disc,enable,mdns_role,responder,wfddevtype,source";
-    EXPECT_EQ(sta_preset_testparameters(command, nullptr), -1);
-    answer("displaysrc", {service("displaysrc")});
-    const ScopedFault fault(Fault::Allocation);
-    char unset = 0;
-    char* response = &unset;
-    EXPECT_EQ(sta_preset_testparameters(command, &response), -1);
-    EXPECT_EQ(response, nullptr);
-    EXPECT_EQ(tagged("").back(), "E: vestor: Calloc failed for respBuf");
-    EXPECT_EQ(journal().count("memory", "calloc 1 x 11 at miracastSigma/sigma_miracast:", marked()),
-              1U);
-}
-
-TEST_F(DiscoveryStepsTest, WaitsForTheInstanceName) {
-    const struct {
-        const char* name;
-        int duringSleep;  // 0: before the first
-        Result result;
-        const char* instanceName;
-        size_t sleeps;
-    } cases[] = {
-        {"displaysrc", 0, service("src (2)"), "src (2)", 0},
-        {"displaysrc", 1, service("src"), "src", 1},
-        {"display", 3, service("sink"), "sink", 3},
-        {"display", 10, service("at last"), "at last", 10},
-        {"displaysrc", 11, service("too late"), "", 10},
-        {"displaysrc", 2, failure(), "", 10},
-        {"display", 2, failure(), "", 10},
-    };
-    for (const auto& given : cases) {
-        SCOPED_TRACE(format("%s during %d", given.name, given.duringSleep));
-        resetmDNSParams();
-        mark();
-        const bool isSource = strcmp(given.name, "displaysrc") == 0;
-        EXPECT_EQ(isSource ? registerSource() : registerPrimarySink(), 0);
-        EXPECT_EQ(slept(1000), 0U);
-        const auto happens = [&] { report(given.name, given.result); };
-        if (given.duringSleep == 0) happens();
-        onSleep(1000, given.duringSleep, happens);
-        char* const name = getInstanceName();
-        onSleep(0, 0, nullptr);
-        EXPECT_EQ(name, instanceName);
-        EXPECT_STREQ(name, given.instanceName);
-        EXPECT_EQ(slept(1000), given.sleeps);
-        EXPECT_EQ(loggedTimes("Received service name  \n"), given.sleeps);
-        EXPECT_EQ(loggedTimes(isSource ? "Failed to register source service\n"
-                                       : "Failed to register service\n"),
-                  given.result.error == 0 ? 0U : 1U);
-    }
-    resetmDNSParams();
-    answer("display", {service(std::string(64, 'n'))});
-    registerPrimarySink();
-    EXPECT_EQ(getInstanceName(), std::string(63, 'n'));
-}
-
-TEST_F(DiscoveryStepsTest, WaitsForThePeer) {
-    const struct {
-        int deviceType;
-        int duringSleep;  // 0: before the first
-        int result;
-        size_t sleeps;
-    } cases[] = {{0, 0, 0, 0},    {1, 1, 0, 1},    {0, 59, 0, 59},
-                 {1, 60, -1, 60}, {0, 61, -1, 60}, {-5, 0, 0, 0}};
-    for (const auto& given : cases) {
-        SCOPED_TRACE(given.duringSleep);
-        clear();
-        mark();
-        const bool source = given.deviceType == 0;
-        const std::string id = source ? "122102" : "122101";
-        const char* const type = source ? "_display._tcp" : "_displaysrc._tcp";
-        answer("A peer", {resolved("peer.local.", 40001)});
-        answer("peer.local.", {address("192.168.49.2")});
-        EXPECT_EQ(discovermDNSPeer(given.deviceType), 0);
-        EXPECT_EQ(tagged("").front(), "E: Start discovery of mdns peer\n");
-        EXPECT_EQ(commands().back(), format("2 discover %s %s ", id.c_str(), type));
-        const auto happens = [&] { report(type, service("A peer")); };
-        if (given.duringSleep == 0) happens();
-        onSleep(1000, given.duringSleep, happens);
-        EXPECT_EQ(waitforDiscovery(), given.result);
-        EXPECT_EQ(slept(1000), given.sleeps);
-        EXPECT_NE(commands().back().find("stop-discover " + id), std::string::npos);
-        onSleep(0, 0, nullptr);
-    }
-}
-
-TEST_F(DiscoveryStepsTest, ResolvesTheFirstServiceOnly) {
-    // A service that is lost counts, a failure does not.
-    EXPECT_EQ(discovermDNSPeer(0), 0);
-    report("_display._tcp", failure());
-    report("_display._tcp", service("A sink", false));
-    report("_display._tcp", service("Another"));
-    EXPECT_EQ(loggedTimes("Failed to discover\n"), 1U);
-    EXPECT_EQ(loggedTimes("discover a service : A sink _display._tcp.\n"), 1U);
-    EXPECT_EQ(loggedTimes("already discovered a service, don't resolve this one\n"), 1U);
-    EXPECT_EQ(journal().count("dns-sd", "DNSServiceResolve(", marked()), 1U);
-    report("A sink", failure());
-    EXPECT_EQ(loggedTimes("Failed to resolve service\n"), 1U);
-    EXPECT_EQ(waitforDiscovery(), -1);
-
-    // The next discovery takes a service again.
-    EXPECT_TRUE(waitForgotten());
-    mark();
-    EXPECT_EQ(discovermDNSPeer(0), 0);
-    report("_display._tcp", service("Another"));
-    EXPECT_EQ(journal().count("dns-sd", "DNSServiceResolve(0, 0, Another, ", marked()), 1U);
-}
-
-TEST_F(DiscoveryStepsTest, KeepsTheLastIpv4Address) {
-    const struct {
-        const char* address;
-        bool stored;
-    } cases[] = {{"fe80::1234:5678:9abc:def0", false},
-                 {"192.168.49.2", true},
-                 {"fe80::1234:5:678", false},
-                 {"192.168.100.100", true},
-                 {"fe80::1234:5:67", true},  // told apart by their length alone
-                 {"192.168.49.20", true}};
-    peer("_display._tcp", 40001, {});
-    discovermDNSPeer(0);
-    std::string expected = storedAddress();
-    for (const auto& given : cases) {
-        SCOPED_TRACE(given.address);
-        mark();
-        report("peer.local.", address(given.address));
-        EXPECT_EQ(loggedTimes(format("Succeeded to resolve service: A peer _display._tcp. local. "
-                                     "%s 40001\n",
-                                     given.address)),
-                  1U);
-        EXPECT_EQ(loggedTimes("ignore ipv6 address"), given.stored ? 0U : 1U);
-        if (given.stored) expected = given.address;
-        EXPECT_EQ(storedAddress(), expected);
-    }
-    report("peer.local.", failure());
-    EXPECT_EQ(storedAddress(), expected);
-    EXPECT_STREQ(actualvalues.serviceName, "A peer");
-    EXPECT_STREQ(actualvalues.domain, "local.");
-
-    // Only IPv6: nothing is found, and the last peer stays.
-    clear();
-    peer("_display._tcp", 40002, {"fe80::1234:5678:9abc:def0"});
-    discovermDNSPeer(0);
-    EXPECT_EQ(waitforDiscovery(), -1);
-    EXPECT_EQ(storedAddress(), expected);
-    EXPECT_EQ(actualvalues.port, 40001);
-}
-
-TEST_F(DiscoveryStepsTest, CutsThePeersAddress) {
-    peer("_display._tcp", 40001, {"192.168.100.100"});
-    discovermDNSPeer(0);
-    EXPECT_EQ(waitforDiscovery(), 0);
-    const std::string before(20, '#');
-    const struct {
-        int size;
-        const char* text;  // null: nothing is written
-    } cases[] = {{20, "192.168.100.100"},
-                 {16, "192.168.100.100"},
-                 {15, "192.168.100.10"},
-                 {2, "1"},
-                 {1, ""},
-                 {0, nullptr},
-                 {-1, nullptr}};
-    for (const auto& given : cases) {
-        std::string buffer = before;
-        int port = 0;
-        EXPECT_EQ(getmDNSPeerIPandPort(buffer.data(), given.size, &port), 0);
-        std::string expected = before;
-        if (given.text != nullptr) {
-            expected.replace(0, strlen(given.text) + 1, given.text, strlen(given.text) + 1);
-        }
-        EXPECT_EQ(buffer, expected);
-        EXPECT_EQ(port, 40001);
-    }
-}
-
-TEST_F(DiscoveryStepsTest, StartsASessionWithTheDiscoveredPeer) {
-    Sink sink;
-    sink.listen();
-    const int sinkPort = sink.port();
-    const struct {
-        const char* name;
-        int peerType;
-        int port;             // the peer's
-        const char* address;  // and its address; null when there is none
-        const char* wlan;
-        std::string call;
-    } cases[] = {
-        {"source", 1, sinkPort, "127.0.0.1", "192.168.49.9",
-         "as source (R2), local \"192.168.49.9\", peer \"127.0.0.1\" port 7236 -> 0"},
-        {"source without an address", 1, sinkPort, "127.0.0.1", nullptr,
-         "as source (R2), local \"\", peer \"127.0.0.1\" port 7236 -> 0"},
-        {"source alone", 1, 0, nullptr, "192.168.49.9",
-         "as source (R2), local \"192.168.49.9\", peer \"10.0.0.9\" port 7236 -> 0"},
-        {"sink", 0, sinkPort, "127.0.0.1", "192.168.49.9",
-         "as sink (R2), local \"192.168.49.9\", peer \"127.0.0.1\" port " +
-             std::to_string(sinkPort) + " -> 0"},
-        {"sink alone", 0, 0, nullptr, "192.168.49.9",
-         "as sink (R2), local \"192.168.49.9\", peer \"10.0.0.9\" port -100 -> 0"},
-    };
-    for (const auto& given : cases) {
+TEST_F(DiscoveryTest, RegistersOneDeviceOfEachType) {
+    for (const WfdServiceConsts& given : {kWfdSource, kWfdPrimarySink, kWfdSecondarySink}) {
         SCOPED_TRACE(given.name);
-        resetmDNSParams();
-        wlanAddress = given.wlan;
-        const bool isSource = given.peerType == 1;
-        const char* const type = isSource ? "_display._tcp" : "_displaysrc._tcp";
-        const bool found = given.address != nullptr;
-        if (found) {
-            peer(type, given.port, {given.address});
-        } else {
-            answer(type, {});
-        }
+        mDnsClearInstances();
+        property_set("ctl.stop", "mdnsd");
         mark();
-        testing::internal::CaptureStdout();
-        char* response = nullptr;
-        const int result = start_wfd_connection("", "10.0.0.9", -100, given.peerType, &response);
-        const std::string output = testing::internal::GetCapturedStdout();
-        EXPECT_EQ(result, 0);
-        EXPECT_EQ(output.substr(0, output.rfind(" \n") + 2),
-                  "discovering mdns peer \n" +
-                      (found ? format("%s %d \n", given.address, given.port) : ""));
-        ASSERT_NE(response, nullptr);
-        EXPECT_EQ(strlen(response), 8U);
-        free(response);
-        EXPECT_EQ(wfd_device_type, 1 - given.peerType);
-        EXPECT_EQ(sessionCall(), "createWfdSession " + given.call);
-        EXPECT_EQ(
-            journal().count("dns-sd", std::string("DNSServiceBrowse(0, 0, ") + type, marked()), 1U);
-        EXPECT_EQ(commands().back().find("stop-discover") != std::string::npos, true);
-        const bool triggers = isSource && found;
-        EXPECT_EQ(loggedTimes("trigger Sink Connect"), triggers ? 1U : 0U);
-        EXPECT_EQ(triggers ? sink.received() : "00021c44", "00021c44");
-        EXPECT_FALSE(sink.reached());
-        endSession();
+        const bool isSource = given.type == WFD_R2_SOURCE;
+        const auto enroll = [&](MDnsRegisterCallback callback) {
+            return isSource ? mDnsRegisterWfdSource(nullptr, 7237, callback)
+                            : mDnsRegisterWfdSink(given.type, callback);
+        };
+        EXPECT_EQ(enroll(first), 200);
+        EXPECT_EQ(calls("property"), Lines{"ctl.start = \"mdnsd\""});
+        EXPECT_EQ(calls("dns-sd"),
+                  Lines{format("register(0, 0, %s, %s, (null), (null), %d, )", given.name,
+                               given.regType, isSource ? 7237 : triggerPort())});
+        // A second one has the callback, and the first one's registration.
+        EXPECT_EQ(enroll(second), 501);
+        report(given.name, service("the name"));
+        report(given.name, failure());
+        EXPECT_EQ(callbacks(), (Lines{"2: 0 the name _display._tcp. local.  0", "2: 605"}));
+        EXPECT_EQ(mDnsUnregisterWfd(), 200);
+        EXPECT_EQ(mDnsUnregisterWfd(), -1);
+        EXPECT_EQ(enroll(first), 200);
     }
+    for (const int type : {0, 3, 5, 8, -1}) EXPECT_STREQ(wfdServiceOf(type).regType, "");
 }
 
-TEST_F(DiscoveryStepsTest, StartsASessionWithASourceThatAsks) {
-    answer("display", {service("display")});
-    for (const int role : {1, 0}) {
-        SCOPED_TRACE(role);
-        resetmDNSParams();
+TEST_F(DiscoveryTest, BrowsesForTheTypesAskedFor) {
+    const std::pair<int, Lines> cases[] = {
+        {WFD_R2_SOURCE, {"_displaysrc._tcp"}},
+        {WFD_R2_SECONDARY_SINK, {"_displayssink._tcp"}},
+        {kBothSinks, {"_display._tcp", "_displayssink._tcp"}},
+    };
+    for (const auto& [types, regTypes] : cases) {
+        SCOPED_TRACE(types);
         mark();
-        EXPECT_EQ(registerPrimarySink(), 0);
-        EXPECT_STREQ(getInstanceName(), "display");
-        int port = -1;
-        for (const std::string& line : tagged("WFDTriggerTcp")) {
-            sscanf(line.c_str(), "V: TCP Server port Num = %d", &port);
+        Lines steps, reported;
+        EXPECT_EQ(mDnsDiscoverWfd(types, first), 200);
+        for (const std::string& type : regTypes) {
+            steps.push_back("browse(0, 0, " + type + ", (null))");
         }
-        EXPECT_EQ(journal().count("dns-sd", format("(null), %d, 0:)", port), marked()), 1U);
-        wfd_device_type = role;
-        sendCommand(port, kAsk7236);
-        EXPECT_TRUE(logged("being triggered 127.0.0.1 7236\n"));
-        EXPECT_FALSE(logged("Waiting for session ID\n"));
-        EXPECT_EQ(
-            sessionCall(),
-            format("createWfdSession as %s (R2), local \"\", peer \"127.0.0.1\" port 7236 -> 0",
-                   role == 1 ? "sink" : "source"));
-        endSession();
+        // A second one leaves the browses, which report to its callback.
+        EXPECT_EQ(mDnsDiscoverWfd(types, second), 501);
+        for (const std::string& type : regTypes) {
+            report(type, service(type));
+            report(type, service("lost", 0));
+            report(type, failure());
+            reported.insert(reported.end(), {"2: 0 " + type + " _display._tcp. local.  0",
+                                             "2: 0 lost _display._tcp. local.  0", "2: 602"});
+            steps.push_back("DNSServiceRefDeallocate " + type);
+        }
+        EXPECT_EQ(callbacks(), reported);
+        EXPECT_EQ(mDnsStopWfdDiscovery(), 200);
+        EXPECT_EQ(mDnsStopWfdDiscovery(), 200);  // that of the first
+        EXPECT_EQ(calls("dns-sd"), steps);
+        mDnsClearInstances();
     }
-}
-
-TEST_F(DiscoveryStepsTest, DiscoversPrimarySinksForAWhile) {
-    peer("_display._tcp", 40001, {"192.168.49.7"});
-    discovermDNSPeer(0);
-    EXPECT_EQ(waitforDiscovery(), 0);
-    EXPECT_TRUE(waitForgotten());
+    // Everything that several discoveries have started is stopped, but for what was refused.
+    EXPECT_EQ(mDnsDiscoverWfd(WFD_R2_SECONDARY_SINK, first), 200);
+    EXPECT_EQ(mDnsDiscoverWfd(WFD_R2_SOURCE, first), 200);
+    library().failNextCall(kDNSServiceErr_Unknown);
+    EXPECT_EQ(mDnsDiscoverWfd(kBothSinks, first), 501);
     mark();
-    // The peer that was taken stays taken.
-    onSleep(20000, 1, [this] {
-        EXPECT_TRUE(journal().waitFor("log", "already discovered a service", marked()));
-    });
-    EXPECT_EQ(discoverPrimarySink(), 0);
-    EXPECT_EQ(slept(20000), 1U);
-    EXPECT_NE(commands().back().find("stop-discover 122102"), std::string::npos);
+    EXPECT_EQ(mDnsStopWfdDiscovery(), 200);
+    EXPECT_EQ(calls("dns-sd"), (Lines{"DNSServiceRefDeallocate _displaysrc._tcp",
+                                      "DNSServiceRefDeallocate _displayssink._tcp"}));
+}
+
+TEST_F(DiscoveryTest, ResolvesToEachAddress) {
+    EXPECT_EQ(mDnsUnregisterWfd(), -1);
+    MDnsWfdServiceInfo info = record("A sink");
+    EXPECT_EQ(mDnsResolveWfd(&info, first), 200);
+    info = record("not looked at again");
+    EXPECT_EQ(resolve("Another", second), 501);  // which is the one that is reported
+    report("A sink", resolved(40001));
+    report("peer.local.", address("fe80::1234:5678:9abc:def0"));
+    report("peer.local.", failure());
+    report("peer.local.", address("192.168.49.3"));
+    // The address query goes on for the next service, whose own is refused.
+    EXPECT_EQ(resolve("A third", first), 200);
+    report("A third", resolved(40002));
+    report("peer.local.", address("192.168.49.4"));
+    EXPECT_EQ(callbacks(),
+              (Lines{"2: 0 Another _display._tcp. local. fe80::1234:5678:9abc:def0 40001", "2: 611",
+                     "2: 0 Another _display._tcp. local. 192.168.49.3 40001",
+                     "1: 0 A third _display._tcp. local. 192.168.49.4 40002"}));
+    EXPECT_EQ(calls("dns-sd"),
+              (Lines{"resolve(0, 0, A sink, _display._tcp., local.)",
+                     "DNSServiceRefDeallocate A sink", "getaddrinfo(0, 0, 0, peer.local.)",
+                     "resolve(0, 0, A third, _display._tcp., local.)",
+                     "DNSServiceRefDeallocate A third"}));
+    // A failed resolution has ended when it is reported; no addresses are reported after it.
+    mark();
+    const auto failed = [](int result, const MDnsWfdServiceInfo* none) {
+        noteRecord(std::to_string(library().liveCount()).c_str(), result, none);
+    };
+    EXPECT_EQ(resolve("A fourth", failed), 200);
+    report("A fourth", failure());
+    report("peer.local.", address("192.168.49.5"));
+    EXPECT_EQ(callbacks(), Lines{"1: 607"});
+}
+
+// In the callback of an address another resolution begins; so does one in that of a failure.
+TEST_F(DiscoveryTest, ResolvesAgainInACallback) {
+    const MDnsRegisterCallback callback = [](int result, const MDnsWfdServiceInfo* info) {
+        noteRecord("again", result, info);
+        // Refused while the earlier resolution is removed, but its record is taken.
+        resolve("Another", second);
+    };
+    EXPECT_EQ(mDnsUnregisterWfd(), -1);
+    EXPECT_EQ(resolve("A sink", callback), 200);
+    report("A sink", resolved(40001));
+    report("peer.local.", address("192.168.49.2"));
+    report("peer.local.", address("192.168.49.3"));
+    mDnsClearInstances();
+    EXPECT_EQ(mDnsUnregisterWfd(), -1);
+    EXPECT_EQ(resolve("A sink", callback), 200);
+    report("A sink", failure());
+    EXPECT_EQ(resolve("A third", second), 200);
+    report("A third", resolved(1));
+    report("peer.local.", address("192.168.49.2"));
+    EXPECT_EQ(callbacks(), (Lines{"again: 0 A sink _display._tcp. local. 192.168.49.2 40001",
+                                  "2: 0 Another _display._tcp. local. 192.168.49.3 0", "again: 607",
+                                  "2: 0 A third _display._tcp. local. 192.168.49.2 1"}));
+}
+
+TEST_F(DiscoveryTest, EndsWhatItBegan) {
+    EXPECT_EQ(mDnsRegisterWfdSink(WFD_R2_PRIMARY_SINK, first), 200);
+    EXPECT_EQ(mDnsDiscoverWfd(kBothSinks, first), 200);
+    EXPECT_EQ(resolve("A sink", first), 200);
+    report("A sink", resolved(40001));
+    EXPECT_EQ(resolve("Another", first), 200);
+    mark();
+    mDnsClearInstances();
+    EXPECT_EQ(calls("dns-sd"),
+              (Lines{"DNSServiceRefDeallocate display", "DNSServiceRefDeallocate _display._tcp",
+                     "DNSServiceRefDeallocate _displayssink._tcp",
+                     "DNSServiceRefDeallocate Another", "DNSServiceRefDeallocate peer.local."}));
+    // Without a request the daemon is stopped.
+    EXPECT_EQ(mDnsUnregisterWfd(), -1);
+    mark();
+    for (int round = 0; round < 2; ++round) mDnsClearInstances();
+    EXPECT_EQ(calls("property"), Lines{"ctl.stop = \"mdnsd\""});
+}
+
+TEST_F(DiscoveryTest, RefusesWhatIsNotAllowed) {
+    const MDnsWfdServiceInfo info = record("A sink");
+    const auto refused = [this](const std::vector<int>& results) {
+        EXPECT_EQ(results, std::vector<int>(results.size(), -1));
+        EXPECT_EQ(calls("dns-sd"), Lines{});
+        mDnsClearInstances();
+    };
+    refused({mDnsStopWfdDiscovery(), mDnsResolveWfd(&info, second),
+             triggerSinkConnect(&info, "", 7236)});
+    refused({mDnsUnregisterWfd(), mDnsRegisterWfdSink(WFD_R2_SOURCE, second),
+             mDnsRegisterWfdSink(kBothSinks, second),
+             mDnsRegisterWfdSink(WFD_R2_PRIMARY_SINK, nullptr),
+             mDnsRegisterWfdSource("", 7236, nullptr), mDnsDiscoverWfd(0, second),
+             mDnsDiscoverWfd(WFD_R2_SOURCE | WFD_R2_PRIMARY_SINK, second),
+             mDnsDiscoverWfd(WFD_R2_SOURCE, nullptr), mDnsStopWfdDiscovery(),
+             mDnsResolveWfd(&info, nullptr), mDnsResolveWfd(nullptr, second),
+             setTriggerCallback(nullptr), triggerSinkConnect(nullptr, "", 7236)});
+    EXPECT_EQ(mDnsRegisterWfdSource("", 7236, first), 200);
+    mark();
+    refused({setTriggerCallback(triggered)});
+    EXPECT_EQ(mDnsRegisterWfdSink(WFD_R2_SECONDARY_SINK, first), 200);
+    mark();
+    refused({triggerSinkConnect(&info, "", 7236)});
+}
+
+TEST_F(DiscoveryTest, ItsTriggerServerStays) {
+    EXPECT_EQ(setTriggerCallback(triggered), 0);
+    EXPECT_EQ(mDnsRegisterWfdSink(WFD_R2_PRIMARY_SINK, first), 200);
+    const int port = triggerPort();
+    sendTrigger(port);
+    EXPECT_EQ(setTriggerCallback([](const char*, int other) { triggered("other", other); }), 0);
+    sendTrigger(port);
+    mDnsClearInstances();
+    sendTrigger(port);
+    // The next object makes one of its own, without a callback.
+    EXPECT_EQ(mDnsRegisterWfdSink(WFD_R2_SECONDARY_SINK, first), 200);
+    EXPECT_NE(triggerPort(), port);
+    sendTrigger(triggerPort());
+    EXPECT_EQ(callbacks(), (Lines{"127.0.0.1 7236", "other 7236", "other 7236"}));
+}
+
+// Texts are cut to the record's sizes.
+TEST_F(DiscoveryTest, ReportsWholeRecords) {
+    Result result = service(std::string(64, 'n'));
+    result.type = std::string(24, 't');
+    result.domain = std::string(32, 'd');
+    WFDmDns object;
+    EXPECT_EQ(object.runCommand({"1", "start-service"}), 0);
+    EXPECT_EQ(object.discover(WFD_R2_SOURCE, first), 200);
+    report("_displaysrc._tcp", result);
+    EXPECT_EQ(callbacks(), Lines{"1: 0 " + std::string(63, 'n') + ' ' + std::string(23, 't') + ' ' +
+                                 std::string(31, 'd') + "  0"});
 }
 
 }  // namespace
