@@ -1,10 +1,10 @@
 # Sourced by test.sh.
 
-# Runs every fuzz target of a build directory for SECONDS, after the inputs of fuzz/corpus and those
-# that earlier runs found worth keeping, which are in the build directory.
+# Runs every fuzz target of a build directory for SECONDS. Each starts with the inputs of
+# fuzz/corpus and with the new inputs of earlier runs, which are kept in the build directory.
 #
-# Leaks are looked for in these inputs and in the new ones, before and after the run: during it that
-# would take nine tenths of the time.
+# Leaks are searched for before the run in these inputs and after it in the new ones; a search
+# during the run would take nine tenths of the time.
 run_fuzz_targets() { # DIRECTORY SECONDS
     local directory=$1 seconds=$2 corpus target found log failed=0
     mkdir -p "$directory/artefacts"
@@ -14,7 +14,7 @@ run_fuzz_targets() { # DIRECTORY SECONDS
         found=$directory/found/$target log=$directory/artefacts/$target.log
         mkdir -p "$found"
         rm -f "$log.replay"
-        # What the library and the agent print goes nowhere; reports still come through.
+        # Close the descriptors that the library and the agent print to; the reports still appear.
         local run=("$directory/fuzz/$target" -close_fd_mask=3 -rss_limit_mb=2048 -timeout=20
             -artifact_prefix="$directory/artefacts/$target-" "$found" "$corpus")
         if "${run[@]}" -runs=0 >"$log" 2>&1 &&

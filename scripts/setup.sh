@@ -1,6 +1,6 @@
-# Sourced by the front doors: installs what is missing, and builds.
+# Sourced by run.sh, test.sh and bench.sh: installs missing packages and builds.
 
-# Installs those of the named Debian packages that are not there.
+# Installs the named Debian packages that are missing.
 install_packages() {
     local package missing=() root=()
     for package in "$@"; do
@@ -10,7 +10,7 @@ install_packages() {
     [ ${#missing[@]} -gt 0 ] || return 0
     if [ "$(id -u)" -ne 0 ]; then
         if ! command -v sudo >/dev/null; then
-            echo "These packages are missing, and there is neither root nor sudo to install them:" \
+            echo "These packages are missing, and installing them needs root or sudo:" \
                 "${missing[*]}" >&2
             return 1
         fi
@@ -22,14 +22,14 @@ install_packages() {
             "${missing[@]}" >&2
 }
 
-# Lets packages of another architecture be installed.
+# Enables packages of another architecture.
 add_architecture() { # ARCHITECTURE
     dpkg --print-foreign-architectures | grep -qx "$1" && return 0
     if [ "$(id -u)" -eq 0 ]; then dpkg --add-architecture "$1"; else
         sudo dpkg --add-architecture "$1"; fi
 }
 
-# Configures and builds a preset into its directory; what that prints is shown when it fails.
+# Configures and builds a preset in its directory. Prints the build's output only if it fails.
 build_preset() { # PRESET DIRECTORY [TARGET...]
     local preset=$1 directory=$2 log
     shift 2
@@ -41,13 +41,16 @@ build_preset() { # PRESET DIRECTORY [TARGET...]
         cat "$log" >&2
         return 1
     fi
-    # What root builds, the tree's owner can build on.
+    # Leave the directory to the tree's owner, who could not build in one that belongs to root.
     if [ "$(id -u)" -eq 0 ]; then chown -R --reference=. "$directory" || true; fi
 }
 
-# For both front doors, which share a build directory.
-BUILD_PACKAGES=(g++ cmake ninja-build libcli11-dev libasio-dev libgtest-dev
-    libavahi-compat-libdnssd-dev libavahi-client-dev)
+# For run.sh and test.sh, which share a build directory.
+BUILD_PACKAGES=(g++ cmake python3 ninja-build libcli11-dev libasio-dev libgtest-dev
+    nlohmann-json3-dev libavahi-compat-libdnssd-dev libavahi-client-dev)
+# The platform's own base headers and libraries, and a platform tree's compiler.
+ANDROID_PACKAGES=(clang android-libutils-dev android-liblog-dev android-libcutils-dev
+    android-platform-frameworks-native-headers android-libnativehelper-dev)
 # For the cross build.
-AARCH64_PACKAGES=(g++-aarch64-linux-gnu qemu-user clang libstdc++6:arm64 libgtest-dev:arm64
+AARCH64_PACKAGES=(g++-aarch64-linux-gnu qemu-user libstdc++6:arm64 libgtest-dev:arm64
     libavahi-compat-libdnssd-dev:arm64 libavahi-client-dev:arm64)
