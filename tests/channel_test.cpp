@@ -208,7 +208,16 @@ TEST_F(ChannelTest, TheDaemonIsStartedAndStopped) {
         EXPECT_EQ(calls("sleep"), Lines(given.sleeps, "200"));
     }
     mark();
-    browse(1);
+    const DNSServiceRef ref = browse(1);
+    const auto getsAResult = [&](uint32_t) {
+        mark();
+        EXPECT_TRUE(library().answer(ref, {}) && waitResult(1));
+    };
+    getsAResult(0);  // now no rescan is due
+    device.clock().onSleep(getsAResult);
+    EXPECT_EQ(command({"start-service"}), "200 Service Started");
+    device.clock().onSleep(nullptr);
+    mark();
     EXPECT_EQ(command({"stop-service"}), "403 Service still in use");
     EXPECT_EQ(calls("property"), Lines{});
     EXPECT_EQ(stop(1), kStopped);

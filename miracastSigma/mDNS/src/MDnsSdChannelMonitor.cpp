@@ -129,7 +129,7 @@ void MDnsSdChannel::Monitor::processEntry(int entry) {
     polled.revents = 0;
     DNSServiceRef ref = nullptr;
     {
-        const android::Mutex::Autolock lock(mMonitorLock);
+        const android::Mutex::Autolock lock(mResultLock);
         if (!element->mRefOpen) {
             // A stop has closed the reference; the descriptor may belong to another request by now.
             // Do not poll it again before the next rescan.
@@ -143,7 +143,7 @@ void MDnsSdChannel::Monitor::processEntry(int entry) {
     MDNS_LOGD("Monitor found [%d].revents = %d - calling ProcessResults", entry, revents);
     const DNSServiceErrorType error = DNSServiceProcessResult(ref);
     {
-        const android::Mutex::Autolock lock(mMonitorLock);
+        const android::Mutex::Autolock lock(mResultLock);
         mProcessing = nullptr;
         if (error != kDNSServiceErr_NoError && element->mRefOpen) {
             // The daemon has gone and its socket stays readable: polling it would never wait.
@@ -268,31 +268,38 @@ void MDnsSdChannel::Monitor::startMonitoring(int requestId) noexcept {
         if (element == nullptr) return;
         ++mLive;
         element->mState = kWatched;
+        const android::Mutex::Autolock resultLock(mResultLock);
         element->mRefOpen = true;
     }
     requestRescan();
 }
 
 DNSServiceRef* MDnsSdChannel::Monitor::closeServiceRef(int requestId, bool* mustDeallocate) {
-    const android::Mutex::Autolock lock(mMonitorLock);
-    Element* const element = find(requestId);
-    // The reference of an allocated element is still being filled.
-    if (element == nullptr || element->mState == kAllocated) return nullptr;
-    DNSServiceRef* const ref = &element->mServiceRef;
-    *mustDeallocate = std::exchange(element->mRefOpen, false);
-    if (onMonitorThread()) {
-        if (bool* const waiting = std::exchange(element->mWaitingStop, nullptr)) {
-            *waiting = false;
-            *mustDeallocate = true;
+    Element* element = nullptr;
+    DNSServiceRef* ref = nullptr;
+    uint64_t count = 0;
+    {
+        const android::Mutex::Autolock lock(mMonitorLock);
+        element = find(requestId);
+        // The reference of an allocated element is still being filled.
+        if (element == nullptr || element->mState == kAllocated) return nullptr;
+        ref = &element->mServiceRef;
+        const android::Mutex::Autolock resultLock(mResultLock);
+        *mustDeallocate = std::exchange(element->mRefOpen, false);
+        if (onMonitorThread()) {
+            if (bool* const waiting = std::exchange(element->mWaitingStop, nullptr)) {
+                *waiting = false;
+                *mustDeallocate = true;
+            }
+            return ref;
         }
-        return ref;
+        if (*mustDeallocate) element->mWaitingStop = mustDeallocate;
+        count = mResultCount;
     }
-    if (*mustDeallocate) element->mWaitingStop = mustDeallocate;
-    // If another stop deallocates the reference, the element may be deleted during the wait and its
-    // address reused. Compare the pointer only; mResultCount tells a reused address from the same
-    // element.
-    const uint64_t count = mResultCount;
-    while (mProcessing == element && mResultCount == count) mProcessed.wait(mMonitorLock);
+    // If another stop deallocates the reference, the element may be deleted by now and its address
+    // reused. Compare the pointer only; mResultCount tells a reused address from the same element.
+    const android::Mutex::Autolock resultLock(mResultLock);
+    while (mProcessing == element && mResultCount == count) mProcessed.wait(mResultLock);
     if (*mustDeallocate) element->mWaitingStop = nullptr;
     return ref;
 }

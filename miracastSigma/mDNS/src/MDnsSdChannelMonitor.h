@@ -1,11 +1,16 @@
 // The requests of one channel, and the thread that waits for their results.
 //
 // Locking. mMonitorLock guards the list of elements, the fields of each element, and the members
-// annotated with it. It is never held during a result or a DNS-SD call, except DNSServiceRefSockFD.
-// The other data:
+// annotated with it. It is never held during a result or a DNS-SD call, except DNSServiceRefSockFD,
+// but for seconds while the daemon starts or stops. Results do not wait for that: what they need is
+// guarded by mResultLock, which is held for a few instructions only. Where both are held,
+// mMonitorLock is taken first. The other data:
 //
 //   an element's mServiceRef     filled by the starting thread before startMonitoring; afterwards
 //                                the rules below hold
+//   an element's mRefOpen        written with both locks held, read with either
+//   an element's mWaitingStop    guarded by mResultLock
+//   an element's mFailed         used by the monitor thread only
 //   mLive                        atomic: written with the lock held, read without it
 //   mPollFds, mPollRefs,
 //   mPollCapacity                used by the monitor thread only
@@ -15,7 +20,7 @@
 //
 // 1. A reference is never processed during or after its deallocation, and never deallocated twice.
 //    The monitor thread processes open references only, and stores the element in mProcessing,
-//    under the lock, before it begins. A stop closes the reference under the same lock. Only the
+//    under mResultLock, before it begins. A stop closes the reference under the same lock. Only the
 //    stop that closed it deallocates it, after the running result has returned.
 // 2. When a stop has been answered with 200, no result of the request runs any more: the stop waits
 //    while the request is being processed. A stop on the monitor thread runs inside a result and
@@ -26,7 +31,7 @@
 //    elements, when it builds the next poll set. If the kernel has given the descriptor number of a
 //    stopped request to another one, the event finds a closed element and is dropped.
 // 4. A request id is in use while any element in the list has it, also a retired one. Search and
-//    insertion are one step under the lock.
+//    insertion are one step under mMonitorLock.
 // 5. Without a control socket or a thread the monitor is not running, and the channel refuses every
 //    command.
 //
@@ -114,10 +119,12 @@ class MIRACAST_SIGMA_EXPORT MDnsSdChannel::Monitor {
     int mControlSocket[2] = {-1, -1};                           // read end, write end
     android::Mutex mMonitorLock;
 
-    android::Condition mProcessed;  // signalled when a result has returned
-    android::Condition mRemoved;    // signalled when retired elements have been removed
+    android::Condition mRemoved;  // with mMonitorLock: retired elements have been removed
+
+    android::Mutex mResultLock;
+    android::Condition mProcessed;  // with mResultLock: a result has returned
     // The element whose result may be running.
-    const Element* mProcessing SIGMA_GUARDED_BY(mMonitorLock) = nullptr;
-    uint64_t mResultCount SIGMA_GUARDED_BY(mMonitorLock) = 0;  // number of results so far
+    const Element* mProcessing SIGMA_GUARDED_BY(mResultLock) = nullptr;
+    uint64_t mResultCount SIGMA_GUARDED_BY(mResultLock) = 0;  // number of results so far
     bool mRunning = false;
 };
