@@ -2,21 +2,19 @@
 // lifetime_test LIBRARY SCENARIO
 //
 // The library is opened with dlopen. Threads wait for each other by entries of the journal's
-// component "test"; the alarm ends a scenario that hangs. The library binds the two functions that
-// are defined below before those of the simulated device and of the system.
+// component "test"; the alarm ends a scenario that hangs. The library runs its shell tools with the
+// system() that is defined below.
 #include <dlfcn.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdarg>
 #include <cstring>
 #include <filesystem>
 #include <functional>
 #include <thread>
 
 #include "FakeDnsSd.h"
-#include "android/log.h"
 #include "host/SimulatedDevice.h"
 #include "session_events.h"
 #include "uibc.h"
@@ -31,8 +29,7 @@ using hostplatform::Fault;
 using std::string;
 
 void* library = nullptr;
-// What a scenario does on the calling thread: after a log line, after the library's exit handlers.
-std::function<void(const string& line)> onLog = [](const string&) {};
+// What a scenario does after the library's exit handlers.
 std::function<void()> atTheEnd = [] {};
 
 hostplatform::Journal& journal() { return device().journal(); }
@@ -190,9 +187,9 @@ void surface_of_the_next_session() {
 
 void order_of_routing() {
     const size_t before = threads();
-    onLog = [](const string& line) {
+    device().log().onMessage([](const string& line) {
         if (line == "Val = 1 \n") yieldToOthers();
-    };
+    });
     constexpr size_t kReports = 100;
     for (size_t i = 0; i < kReports; ++i) report("AudioEvent", "AudioProxyOpened", "PAUSE");
     awaitThreads(before);
@@ -208,13 +205,13 @@ void stop_inside_a_result() {
     dnsSd().onStart([](DNSServiceRef request, const string& name) {
         answer(request, "peer", name == "peer" ? 3 : 1);
     });
-    onLog = [](const string& line) {
+    device().log().onMessage([](const string& line) {
         if (line.find("stop-resolve 122111") == string::npos) return;
         if (gettid() == command) return happen("stopping");
         happen("in the result");
         await("stopping");
         yieldToOthers();
-    };
+    });
     discover([](int, const MDnsWfdServiceInfo* info) { resolve(info, ignore); });
     await("in the result");
     LIBRARY(mDnsClearInstances)();
@@ -255,12 +252,12 @@ void resolve_at_the_end() { resolveAtTheEnd(false); }
 void resolve_during_the_end() { resolveAtTheEnd(true); }
 
 void answers_of_two_threads() {
-    onLog = [](const string& line) {
+    device().log().onMessage([](const string& line) {
         // The other thread gives a command between this thread's answer and its result.
         if (line.find("sendMsg 501") == string::npos) return;
         answer(dnsSd().newest(), "peer");
         await("resolving");
-    };
+    });
     const auto found = [](int, const MDnsWfdServiceInfo* info) {
         REQUIRE(resolve(info, ignore) == 200);
         happen("resolving");
@@ -307,17 +304,6 @@ void few_descriptors() {
 int system(const char* command) {
     journal().add("tool", command);
     if (strcmp(command, "input keyevent 36") == 0) await("the end");
-    return 0;
-}
-
-int __android_log_print(int, const char*, const char* pattern, ...) {
-    char line[1024];
-    va_list arguments;
-    va_start(arguments, pattern);
-    vsnprintf(line, sizeof line, pattern, arguments);
-    va_end(arguments);
-    journal().add("log", line);
-    onLog(line);
     return 0;
 }
 

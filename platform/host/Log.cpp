@@ -52,8 +52,10 @@ int Log::write(int priority, const char* tag, const char* pattern, va_list argum
 }
 
 void Log::writeLine(int priority, const char* tag, const std::string& text) {
+    std::function<void(const std::string&)> hook;
     {
         const Lock lock(mMutex);
+        hook = mOnMessage;
         const auto found = mLowest.find(tag);
         const int lowest = (found != mLowest.end() ? found : mLowest.find("*"))->second;
         if (mStream != nullptr && lowest != ANDROID_LOG_SILENT && priority >= lowest) {
@@ -62,6 +64,7 @@ void Log::writeLine(int priority, const char* tag, const std::string& text) {
         }
     }
     mJournal.add("log", format("%c/%s: ", letterOf(priority), tag) + text);
+    if (hook) hook(text);
 }
 
 void Log::writeTo(std::FILE* stream, const char* tags) {
@@ -81,6 +84,11 @@ void Log::writeTo(std::FILE* stream, const char* tags) {
     }
 }
 
+void Log::onMessage(std::function<void(const std::string&)> hook) {
+    const Lock lock(mMutex);
+    mOnMessage = std::move(hook);
+}
+
 void Log::complain(const std::string& text) {
     writeLine(ANDROID_LOG_ERROR, "hostplatform", text);
     Lock lock(mMutex);
@@ -96,6 +104,7 @@ void Log::setComplaintHandler(std::function<void(const std::string&)> handler) {
 
 void Log::reset() {
     setDropped(false);
+    onMessage({});
     setComplaintHandler({});
     writeTo(stderr, getenv("ANDROID_LOG_TAGS"));
 }

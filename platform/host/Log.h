@@ -36,6 +36,10 @@ class Log {
     // goes neither to the journal nor to the stream.
     void setDropped(bool drop) { mDropped = drop; }
 
+    // Calls `hook` with the text of every further message, after it has gone to the journal, on its
+    // thread. An empty function removes the hook.
+    void onMessage(std::function<void(const std::string& text)> hook);
+
     // Reports to the user that the simulated device cannot do something: logs an error line with
     // the tag "hostplatform" and calls the handler with the text, on the calling thread. The caller
     // may hold locks of the device: the handler must not call the device. Initially there is no
@@ -55,6 +59,7 @@ class Log {
     std::FILE* mStream GUARDED_BY(mMutex) = nullptr;
     // Lowest priority shown, by tag; "*" for every other tag.
     std::map<std::string, int> mLowest GUARDED_BY(mMutex);
+    std::function<void(const std::string&)> mOnMessage GUARDED_BY(mMutex);
     std::function<void(const std::string&)> mComplaintHandler GUARDED_BY(mMutex);
 };
 
