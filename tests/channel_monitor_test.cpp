@@ -100,9 +100,18 @@ TEST_F(MonitorTest, ADeallocationThatTakesLongHoldsUpNothing) {
     const uint64_t before = journal().mark();
     for (int i = 0; i < 5; ++i) settle();
     EXPECT_LT(journal().mark() - before, 300U) << "the monitor spins";
+    std::atomic<bool> begun{false};
+    std::thread starter([&] {
+        begun = true;
+        EXPECT_EQ(start(1), kStarted);  // it waits
+    });
+    EXPECT_TRUE(waitUntil(begun));
+    yieldToOthers();
     released = true;
     stopper.join();
+    starter.join();
     EXPECT_EQ(results(1), 0U);
+    EXPECT_EQ(stop(1), kStopped);
 }
 
 TEST_F(MonitorTest, AnIdIsInUseUntilTheMonitorHasRemovedIt) {

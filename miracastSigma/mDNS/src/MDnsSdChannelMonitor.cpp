@@ -53,8 +53,8 @@ struct MDnsSdChannel::Monitor::Element {
     Context* const mContext;  // owned
     int mState = kAllocated;
     bool mRefOpen = false;  // the monitor thread may process the reference
-    // Not null while the stop that closed the reference waits for the running result: that stop's
-    // mustDeallocate, which a stop inside the result clears.
+    // Not null while the stop that closed the reference waits for this request's result: that
+    // stop's mustDeallocate, which a stop inside the result clears.
     bool* mWaitingStop = nullptr;
     bool mFailed = false;  // DNSServiceProcessResult failed; not polled any more
 };
@@ -142,19 +142,21 @@ void MDnsSdChannel::Monitor::processEntry(int entry) {
     }
     MDNS_LOGD("Monitor found [%d].revents = %d - calling ProcessResults", entry, revents);
     const DNSServiceErrorType error = DNSServiceProcessResult(ref);
+    bool failed = false;
     {
         const android::Mutex::Autolock lock(mResultLock);
         mProcessing = nullptr;
-        if (error != kDNSServiceErr_NoError && element->mRefOpen) {
-            // The daemon has gone and its socket stays readable: polling it would never wait.
-            MDNS_LOGE(
-                "Request %d got an error from DNSServiceProcessResult %d, not polled any more",
-                element->mRequestId, error);
-            element->mFailed = true;
-            polled.fd = -1;
-        }
+        element->mWaitingStop = nullptr;
+        failed = error != kDNSServiceErr_NoError && element->mRefOpen;
     }
     mProcessed.broadcast();
+    if (failed) {
+        // The daemon has gone and its socket stays readable: polling it would never wait.
+        MDNS_LOGE("Request %d got an error from DNSServiceProcessResult %d, not polled any more",
+                  element->mRequestId, error);
+        element->mFailed = true;
+        polled.fd = -1;
+    }
 }
 
 void MDnsSdChannel::Monitor::allocatePollSet(const char* formatFds, const char* formatRefs) {
@@ -240,8 +242,11 @@ DNSServiceRef* MDnsSdChannel::Monitor::allocateServiceRef(int requestId,
         return nullptr;
     }
     const android::Mutex::Autolock lock(mMonitorLock);
+    const auto beingStopped = [](const Element& listed) {
+        return listed.mState != kAllocated && !listed.mRefOpen;
+    };
     for (const Element* listed = find(requestId);
-         listed != nullptr && listed->mState == kRetired && !onMonitorThread();
+         listed != nullptr && beingStopped(*listed) && !onMonitorThread();
          listed = find(requestId)) {
         if (mRemoved.waitRelative(mMonitorLock, kRemovalWaitNs) != android::OK) break;
     }
@@ -293,14 +298,13 @@ DNSServiceRef* MDnsSdChannel::Monitor::closeServiceRef(int requestId, bool* must
             }
             return ref;
         }
-        if (*mustDeallocate) element->mWaitingStop = mustDeallocate;
+        if (*mustDeallocate && mProcessing == element) element->mWaitingStop = mustDeallocate;
         count = mResultCount;
     }
     // If another stop deallocates the reference, the element may be deleted by now and its address
     // reused. Compare the pointer only; mResultCount tells a reused address from the same element.
     const android::Mutex::Autolock resultLock(mResultLock);
     while (mProcessing == element && mResultCount == count) mProcessed.wait(mResultLock);
-    if (*mustDeallocate) element->mWaitingStop = nullptr;
     return ref;
 }
 

@@ -1,17 +1,18 @@
 // The requests of one channel, and the thread that waits for their results.
 //
 // Locking. mMonitorLock guards the list of elements, the fields of each element, and the members
-// annotated with it. It is never held during a result or a DNS-SD call, except DNSServiceRefSockFD,
-// but for seconds while the daemon starts or stops. Results do not wait for that: what they need is
-// guarded by mResultLock, which is held for a few instructions only. Where both are held,
-// mMonitorLock is taken first. The other data:
+// annotated with it. It is held for seconds while the daemon starts or stops. The monitor thread
+// holds it during a rescan, whose only DNS-SD call is DNSServiceRefSockFD, and never during a
+// result. So a result waits for it only if a rescan is due or the result gives a command. What each
+// result needs is guarded by mResultLock, which is held for a few instructions. Where both are
+// held, mMonitorLock is taken first. The other data:
 //
 //   an element's mServiceRef     filled by the starting thread before startMonitoring; afterwards
 //                                the rules below hold
 //   an element's mRefOpen        written with both locks held, read with either
 //   an element's mWaitingStop    guarded by mResultLock
 //   an element's mFailed         used by the monitor thread only
-//   mLive                        atomic: written with the lock held, read without it
+//   mLive                        atomic: written with mMonitorLock held, read without it
 //   mPollFds, mPollRefs,
 //   mPollCapacity                used by the monitor thread only
 //   mControlSocket, mRunning     written by the constructor only
@@ -21,7 +22,8 @@
 // 1. A reference is never processed during or after its deallocation, and never deallocated twice.
 //    The monitor thread processes open references only, and stores the element in mProcessing,
 //    under mResultLock, before it begins. A stop closes the reference under the same lock. Only the
-//    stop that closed it deallocates it, after the running result has returned.
+//    stop that closed it deallocates it, after the running result has returned; rule 2 has an
+//    exception.
 // 2. When a stop has been answered with 200, no result of the request runs any more: the stop waits
 //    while the request is being processed. A stop on the monitor thread runs inside a result and
 //    does not wait. If another thread's stop has closed the reference and waits for this result,
@@ -65,9 +67,9 @@ class MIRACAST_SIGMA_EXPORT MDnsSdChannel::Monitor {
 
     // Adds a request to the list and takes ownership of its context. Returns the place for the
     // request's reference. Returns null, with the context deleted and errno set, when the id is in
-    // use (EBUSY) or without memory (ENOMEM). While a stopped request has the id, waits up to a
-    // second until the monitor thread has removed that request; on the monitor thread it does not
-    // wait.
+    // use (EBUSY) or without memory (ENOMEM). While a request that is being stopped has the id,
+    // waits up to a second until the monitor thread has removed it; on the monitor thread it does
+    // not wait.
     DNSServiceRef* allocateServiceRef(int requestId, Context* context) noexcept;
 
     // Returns the place of a listed request's reference; null when the id is unknown.
