@@ -217,6 +217,7 @@ TEST_F(DiscoveryTest, ReportsWholeRecords) {
     result.domain = std::string(32, 'd');
     WFDmDns object;
     EXPECT_EQ(object.runCommand({"1", "start-service"}), 0);
+    EXPECT_EQ(std::pair(object.startService(), object.stopService()), std::pair(0, 0));
     EXPECT_EQ(object.discover(WFD_R2_SOURCE, first), 200);
     report("_displaysrc._tcp", result);
     EXPECT_EQ(callbacks(), Lines{"1: 0 " + std::string(63, 'n') + ' ' + std::string(23, 't') + ' ' +

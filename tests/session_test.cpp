@@ -1,10 +1,12 @@
 // The commands of a session, where a script cannot tell: values at their limits, waits, and what a
 // command leaves behind. What each command makes the device do is in the transcripts.
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <tuple>
 
 #include "DeviceTest.h"
+#include "SystemFaults.h"
 #include "local_address.h"
 #include "uibc.h"
 
@@ -176,6 +178,8 @@ TEST_F(SessionTest, ReadsTheInterfacesAddress) {
          {"none0", "lo and more than fifteen", "", static_cast<const char*>(nullptr)}) {
         EXPECT_EQ(getSigmaLocalIpAddress(text, 20, name), -1) << name;
     }
+    const SystemFault noSocket(SystemCall::Socket, EMFILE);
+    EXPECT_EQ(getSigmaLocalIpAddress(text, 20, "lo"), -1);
 }
 
 }  // namespace
