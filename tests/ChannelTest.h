@@ -78,7 +78,7 @@ class ChannelTest : public DeviceTest {
     const std::string kStopped = "200 discover stopped";
     const std::string kUnknown = "501 Unknown requestId";
 
-    ChannelTest() { mThreads = SIZE_MAX; }  // a channel's monitor stays
+    ChannelTest() { mThreads = LONG_MAX; }  // a channel's monitor stays
     ~ChannelTest() override {
         library().onStart(nullptr);
         library().onDeallocate(nullptr);

@@ -2,21 +2,10 @@
 
 #include <unistd.h>
 
-#include <filesystem>
-
 #include "session_events.h"
 #include "sink_surface.h"
 #include "uibc.h"
 #include "virtual_display.h"
-
-namespace {
-
-size_t threadCount() {
-    return static_cast<size_t>(
-        std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}));
-}
-
-}  // namespace
 
 void endUibcWorker() {
     terminate_uibc_worker();

@@ -3,12 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <string>
 #include <vector>
 
 #include "host/SimulatedDevice.h"
 #include "miracast_sigma.h"
-#include "wait_until.h"
+#include "process.h"
 
 using Lines = std::vector<std::string>;
 
@@ -36,7 +37,7 @@ class DeviceTest : public testing::Test {
 
     hostplatform::SimulatedDevice& device = hostplatform::device();
     hostplatform::Compositor& compositor = device.compositor();
-    size_t mThreads = 0;  // so many may be left at the end
+    long mThreads = 0;  // so many may be left at the end
 
  private:
     uint64_t mMark = 0;

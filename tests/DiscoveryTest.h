@@ -118,7 +118,7 @@ class DiscoveryTest : public DeviceTest {
     using Result = FakeDnsSd::Result;
 
     DiscoveryTest() {
-        mThreads = SIZE_MAX;  // monitors and trigger servers stay
+        mThreads = LONG_MAX;  // monitors and trigger servers stay
         device.clock().onSleep([this](uint32_t milliseconds) {
             if (gettid() != getpid()) return;
             if (milliseconds == mAwaited && --mSleepsLeft == 0) mSleepAction();

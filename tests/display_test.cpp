@@ -12,15 +12,14 @@ using android::Rect;
 using android::ui::Rotation;
 using hostplatform::Fault;
 
-class TestProducer : public android::IGraphicBufferProducer {};
-
 class DisplayTest : public DeviceTest {
  protected:
     mmSessionInfo stream(uint32_t width, uint32_t height) const {
         return {height, width, 0, producer.get()};
     }
 
-    const android::sp<android::IGraphicBufferProducer> producer = new TestProducer;
+    const android::sp<android::IGraphicBufferProducer> producer =
+        new android::IGraphicBufferProducer;
 };
 
 TEST_F(DisplayTest, SurfaceFillsTheDisplay) {

@@ -101,8 +101,8 @@ std::string surface() {
 }
 
 std::string virtualDisplay() {
-    class Producer : public android::IGraphicBufferProducer {};
-    const android::sp<android::IGraphicBufferProducer> producer = new Producer;
+    const android::sp<android::IGraphicBufferProducer> producer =
+        new android::IGraphicBufferProducer;
     mmSessionInfo info{720, 1280, 0, producer.get()};
     const int result = createVDS(&info);
     return format("%d, %zu", result, hostplatform::device().compositor().virtualDisplays().size());

@@ -10,16 +10,15 @@
 
 #include <csignal>
 #include <cstring>
-#include <filesystem>
 #include <functional>
 #include <thread>
 
 #include "FakeDnsSd.h"
 #include "host/SimulatedDevice.h"
+#include "process.h"
 #include "session_events.h"
 #include "uibc.h"
 #include "virtual_display.h"
-#include "wait_until.h"
 #include "wfd_discovery.h"
 
 namespace {
@@ -71,13 +70,8 @@ void report(const char* name, const char* first, const char* second) {
     symbol<decltype(miracastWfdStringArrayCallback)>(kName)(name, 2, objects, nullptr);
 }
 
-size_t entriesOf(const char* directory) {
-    const std::filesystem::directory_iterator all(directory);
-    return static_cast<size_t>(std::distance(begin(all), end(all)));
-}
-size_t threads() { return entriesOf("/proc/self/task"); }
-void awaitThreads(size_t count) {
-    while (threads() > count) std::this_thread::yield();
+void awaitThreads(long count) {
+    while (threadCount() > count) std::this_thread::yield();
 }
 
 int discover(MDnsDiscoverCallback found) { return LIBRARY(mDnsDiscoverWfd)(WFD_R2_SOURCE, found); }
@@ -140,10 +134,9 @@ void hanging_tool_at_exit() {
 }
 
 void hanging_compositor_at_exit() {
-    class Producer : public android::IGraphicBufferProducer {};
     device().faults().hold(Fault::VirtualDisplayCreation);
     std::thread([] {
-        mmSessionInfo info{720, 1280, 0, new Producer};
+        mmSessionInfo info{720, 1280, 0, new android::IGraphicBufferProducer};
         symbol<decltype(createVDS)>("_Z9createVDSPv")(&info);
     }).detach();
     REQUIRE(device().faults().waitHeld(Fault::VirtualDisplayCreation));
@@ -171,7 +164,7 @@ void surface_of_the_next_session() {
     device().faults().hold(Fault::SessionStop);
     LIBRARY(wfd_device_type) = 1;
     LIBRARY(startWfdConnection)("", "192.168.49.2", 7236, 0, nullptr, nullptr);
-    const size_t before = threads();
+    const long before = threadCount();
     report("any", "NEGOTIATING", "1");
     report("any", "STOPPED", "1");
     REQUIRE(device().faults().waitHeld(Fault::SessionStop));
@@ -186,7 +179,7 @@ void surface_of_the_next_session() {
 }
 
 void order_of_routing() {
-    const size_t before = threads();
+    const long before = threadCount();
     device().log().onMessage([](const string& line) {
         if (line == "Val = 1 \n") yieldToOthers();
     });
@@ -279,11 +272,11 @@ void daemon_goes() {
 }
 
 void few_descriptors() {
-    const size_t left = 65 - entriesOf("/proc/self/fd");
+    const long left = 65 - descriptorCount();
     const rlimit limit{64, 64};
     REQUIRE(setrlimit(RLIMIT_NOFILE, &limit) == 0);
     char* response = nullptr;
-    size_t presets = 0;
+    long presets = 0;
     while (journal().count("log", "creating the monitor's control socket - got 24") == 0) {
         constexpr const char* kSink = "mdns_disc,enable,mdns_role,responder,wfddevtype,p-sink";
         REQUIRE(LIBRARY(sta_preset_testparameters)(kSink, &response) == 0);

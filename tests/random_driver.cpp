@@ -8,7 +8,6 @@
 // the threads, descriptors and requests that the commands account for.
 
 #include <array>
-#include <filesystem>
 #include <random>
 #include <shared_mutex>
 
@@ -279,10 +278,6 @@ void playWorld(const Agent& agent, Daemon& daemon, Random& random) {
     std::this_thread::sleep_for(std::chrono::microseconds(200));  // the world is slower
 }
 
-long entriesOf(const char* directory) {
-    return std::distance(std::filesystem::directory_iterator(directory), {});
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -308,8 +303,8 @@ int main(int argc, char** argv) {
     dnsSd().reportAll = true;
     dnsSd().onStart([&](DNSServiceRef ref, const string& name) { daemon.onStart(ref, name); });
     { const Sink any; }  // the network library keeps what it makes once
-    const long threads = entriesOf("/proc/self/task");
-    const long descriptors = entriesOf("/proc/self/fd");
+    const long threads = threadCount();
+    const long descriptors = descriptorCount();
     agent.check();
 
     std::vector<std::thread> others;
@@ -335,8 +330,8 @@ int main(int argc, char** argv) {
     for (size_t id = 0; id < Requests::kAll; ++id) requests.stop(id);
     const auto left = [&] {
         return format("%ld threads, %ld descriptors, %zu requests",
-                      entriesOf("/proc/self/task") - agent.monitors - agent.servers - threads,
-                      entriesOf("/proc/self/fd") - 2 * agent.monitors - agent.servers - descriptors,
+                      threadCount() - agent.monitors - agent.servers - threads,
+                      descriptorCount() - 2 * agent.monitors - agent.servers - descriptors,
                       dnsSd().liveCount());
     };
     require(waitUntil([&] { return left() == "0 threads, 0 descriptors, 0 requests"; }), left());

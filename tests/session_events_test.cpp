@@ -90,8 +90,8 @@ TEST_F(SessionEventsTest, KeepsTheIdentifier) {
 
 TEST_F(SessionEventsTest, StreamStartMakesTheVirtualDisplay) {
     startSilentSession(kSource);
-    class Producer : public android::IGraphicBufferProducer {};
-    const android::sp<android::IGraphicBufferProducer> producer = new Producer;
+    const android::sp<android::IGraphicBufferProducer> producer =
+        new android::IGraphicBufferProducer;
     const std::string address = std::to_string(reinterpret_cast<uintptr_t>(producer.get()));
     const std::string tooLarge = "99999999999999999999999";
     // The last is the number of displays afterwards.

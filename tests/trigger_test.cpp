@@ -1,5 +1,4 @@
 // The trigger: the sink's server and the source's client, over loopback.
-#include <filesystem>
 #include <optional>
 
 #include "DiscoveryTest.h"
@@ -9,11 +8,6 @@
 namespace {
 
 const std::string kHalf("\0\2", 2);
-
-long openDescriptors() {
-    const std::filesystem::directory_iterator all("/proc/self/fd");
-    return std::distance(begin(all), end(all));
-}
 
 using TriggerTest = DiscoveryTest;
 
@@ -59,7 +53,7 @@ TEST_F(TriggerTest, ServerEndsWithAMalformedCommand) {
 
 TEST_F(TriggerTest, ServerEndsWhateverItDoes) {
     sendTrigger(WFDTriggerTcpServer().getServerPort());  // what is made once is there from now on
-    const long before = openDescriptors();
+    const long before = descriptorCount();
     for (int round = 0; round < 60; ++round) {
         std::optional<WFDTriggerTcpServer> server(std::in_place);
         server->setCallback(triggered);
@@ -70,11 +64,11 @@ TEST_F(TriggerTest, ServerEndsWhateverItDoes) {
         server.reset();
     }
     EXPECT_EQ(callbacks(), Lines{});
-    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_EQ(descriptorCount(), before);
 }
 
 TEST_F(TriggerTest, ClientConnectsAndSends) {
-    const long before = openDescriptors();
+    const long before = descriptorCount();
     // The port that it asks the sink to connect to; the sink listens after so many waits, -1:
     // never.
     const std::tuple<int, int, const char*> cases[] = {{65534, 0, "0002fffe"},
@@ -100,7 +94,7 @@ TEST_F(TriggerTest, ClientConnectsAndSends) {
     client.retrytcpconnect(7236);
     EXPECT_FALSE(client.trigger("", 7236));
     EXPECT_EQ(calls("sleep"), Lines{});
-    EXPECT_EQ(openDescriptors(), before + 1);
+    EXPECT_EQ(descriptorCount(), before + 1);
 }
 
 }  // namespace

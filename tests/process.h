@@ -1,7 +1,9 @@
+// What tests wait for, and count, in their own process.
 #pragma once
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <thread>
 
 // Polls a condition of another thread, for at most a minute. Whether it came about.
@@ -22,3 +24,10 @@ inline bool waitUntil(const std::atomic<bool>& flag) {
 inline void yieldToOthers() {
     for (int i = 0; i < 10; ++i) std::this_thread::yield();
 }
+
+// How many threads this process has, and how many descriptors, of which one is open for the answer.
+inline long entriesOf(const char* directory) {
+    return std::distance(std::filesystem::directory_iterator(directory), {});
+}
+inline long threadCount() { return entriesOf("/proc/self/task"); }
+inline long descriptorCount() { return entriesOf("/proc/self/fd"); }
